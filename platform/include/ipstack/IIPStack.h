@@ -1,0 +1,37 @@
+// One link of the stack, as the layer below it sees it.
+#ifndef IPSTACK_IIPSTACK_H
+#define IPSTACK_IIPSTACK_H
+
+#include "ipstack/ps_defines.h"
+
+namespace ipstack
+{
+
+// The layer below a link: carries the packets that the stack emits.
+class IPSTACK_API IIPStackLowLevel
+{
+public:
+    virtual ~IIPStackLowLevel() = default;
+
+    // Carries one IP packet. Thread: whatever thread the stack emits it in, never two at a time for one link;
+    // no lock of the stack is held, so the packet may be fed into a stack at once. Owns: `data` is good
+    // during the call only. Returns: ignored.
+    virtual unsigned long IPStackLowLevelOutput(const char* data, unsigned long length, unsigned char flag) = 0;
+};
+
+// One link of the stack: an address, a network and a layer below it.
+class IPSTACK_API IIPStack
+{
+public:
+    // Hands one received IP packet to the stack. Thread: any. Owns: copied before the call returns.
+    // Returns: 0 when the packet was taken in, otherwise a result code (10008: malformed or not acceptable on
+    // this link, dropped and counted; 10002: the link is being taken down).
+    virtual unsigned long Input(const char* data, unsigned long length) = 0;
+
+protected:
+    virtual ~IIPStack() = default;
+};
+
+}  // namespace ipstack
+
+#endif

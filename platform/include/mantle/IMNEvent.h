@@ -1,0 +1,73 @@
+// Deferred work and the queues that run it.
+#ifndef MANTLE_IMNEVENT_H
+#define MANTLE_IMNEVENT_H
+
+#include "mantle/MNDefines.h"
+
+namespace mantle
+{
+
+// A piece of work for another thread, destroyed exactly once, through OnDestorySelf, on every road: run,
+// refused, or left in a queue that closes.
+class MANTLE_API IMNEvent
+{
+public:
+    virtual ~IMNEvent() = default;
+    virtual MNResult OnEventFire() = 0;
+    virtual void OnDestorySelf() { delete this; }
+};
+
+class MANTLE_API IMNEventQueue
+{
+public:
+    enum EPriority
+    {
+        EPRIORITY_HIGH = 0,
+        EPRIORITY_NORMAL = 1,
+        EPRIORITY_LOW = 2
+    };
+
+    virtual ~IMNEventQueue() = default;
+
+    // Queues `event`; first in, first out, whatever the priority. Thread: any. Owns: the queue from here on,
+    // also when it refuses. Returns: 0; 10008 for null; 10002 when the queue is closed, after OnDestorySelf.
+    virtual MNResult PostEvent(IMNEvent* event, EPriority priority = EPRIORITY_NORMAL) = 0;
+
+    // Runs `event` on the queue's thread and waits for it; in place when the caller is that thread.
+    // Thread: any. Returns: what OnEventFire returned; 10008 for null; 10002 when the queue is closed.
+    virtual MNResult SendEvent(IMNEvent* event) = 0;
+
+    // A momentary value. Thread: any.
+    virtual unsigned long GetPendingEventsCount() = 0;
+};
+
+// Deletes an object when it runs, or when it is destroyed without having run.
+template <class T>
+class CMNEventDeleteT : public IMNEvent
+{
+public:
+    explicit CMNEventDeleteT(T* object) : m_pObject(object) {}
+    ~CMNEventDeleteT() override { DeleteObject(); }
+    CMNEventDeleteT(const CMNEventDeleteT&) = delete;
+    CMNEventDeleteT& operator=(const CMNEventDeleteT&) = delete;
+
+    MNResult OnEventFire() override
+    {
+        DeleteObject();
+        return MN_OK;
+    }
+
+private:
+    void DeleteObject()
+    {
+        T* object = m_pObject;
+        m_pObject = nullptr;
+        delete object;
+    }
+
+    T* m_pObject;
+};
+
+}  // namespace mantle
+
+#endif

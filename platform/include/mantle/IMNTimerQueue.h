@@ -1,0 +1,37 @@
+// Timers: what runs them and what is called.
+#ifndef MANTLE_IMNTIMERQUEUE_H
+#define MANTLE_IMNTIMERQUEUE_H
+
+#include "mantle/CMNTimeValue.h"
+
+namespace mantle
+{
+
+class MANTLE_API IMNTimerHandler
+{
+public:
+    virtual ~IMNTimerHandler() = default;
+
+    // Called on the queue's thread at `now`; `arg` as scheduled. The handler may schedule, cancel or delete
+    // any handler, itself included.
+    virtual void OnTimeout(const CMNTimeValue& now, void* arg) = 0;
+};
+
+class MANTLE_API IMNTimerQueue
+{
+public:
+    virtual ~IMNTimerQueue() = default;
+
+    // Calls `handler` after `interval`, `count` times with `interval` in between (0: until cancelled).
+    // Scheduling a handler again replaces its schedule. Returns: 0; 10008 for a null handler or a negative
+    // interval; 10002 when the queue is closed.
+    virtual MNResult ScheduleTimer(IMNTimerHandler* handler, void* arg, const CMNTimeValue& interval,
+                                   unsigned long count) = 0;
+
+    // Returns: 0, also for a handler that is not scheduled; 10008 for null; 10002 when the queue is closed.
+    virtual MNResult CancelTimer(IMNTimerHandler* handler) = 0;
+};
+
+}  // namespace mantle
+
+#endif
