@@ -12,9 +12,9 @@ namespace mantle
 class MANTLE_API IMNEvent
 {
 public:
-    virtual ~IMNEvent() = default;
     virtual MNResult OnEventFire() = 0;
     virtual void OnDestorySelf() { delete this; }
+    virtual ~IMNEvent() = default;
 };
 
 class MANTLE_API IMNEventQueue
@@ -27,8 +27,6 @@ public:
         EPRIORITY_LOW = 2
     };
 
-    virtual ~IMNEventQueue() = default;
-
     // Queues `event`; first in, first out, whatever the priority. Thread: any. Owns: the queue from here on,
     // also when it refuses. Returns: 0; 10008 for null; 10002 when the queue is closed, after OnDestorySelf.
     virtual MNResult PostEvent(IMNEvent* event, EPriority priority = EPRIORITY_NORMAL) = 0;
@@ -39,6 +37,8 @@ public:
 
     // A momentary value. Thread: any.
     virtual unsigned long GetPendingEventsCount() = 0;
+
+    virtual ~IMNEventQueue() = default;
 };
 
 // Deletes an object when it runs, or when it is destroyed without having run.

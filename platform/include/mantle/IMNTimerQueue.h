@@ -10,18 +10,16 @@ namespace mantle
 class MANTLE_API IMNTimerHandler
 {
 public:
-    virtual ~IMNTimerHandler() = default;
-
     // Called on the queue's thread at `now`; `arg` as scheduled. The handler may schedule, cancel or delete
     // any handler, itself included.
     virtual void OnTimeout(const CMNTimeValue& now, void* arg) = 0;
+
+    virtual ~IMNTimerHandler() = default;
 };
 
 class MANTLE_API IMNTimerQueue
 {
 public:
-    virtual ~IMNTimerQueue() = default;
-
     // Calls `handler` after `interval`, `count` times with `interval` in between (0: until cancelled).
     // Scheduling a handler again replaces its schedule. Returns: 0; 10008 for a null handler or a negative
     // interval; 10002 when the queue is closed.
@@ -30,6 +28,8 @@ public:
 
     // Returns: 0, also for a handler that is not scheduled; 10008 for null; 10002 when the queue is closed.
     virtual MNResult CancelTimer(IMNTimerHandler* handler) = 0;
+
+    virtual ~IMNTimerQueue() = default;
 };
 
 }  // namespace mantle
