@@ -1,0 +1,30 @@
+// A listening endpoint.
+#ifndef UXPORT_IPSACCEPTOR_H
+#define UXPORT_IPSACCEPTOR_H
+
+#include "uxport/IPSAcceptorConnectorId.h"
+
+namespace uxport
+{
+
+class IPSAcceptorConnectorSink;
+
+// Comes from IPSConnectionManager::CreateConnectionServer with one reference. Thread: the creating one.
+class UXPORT_API IPSAcceptor : public IPSAcceptorConnectorId
+{
+public:
+    // Listens on `localAddr` and offers every peer to `sink`, which must live until StopListen has returned.
+    // The two numbers are the protocol's: TCP and UDP ignore them, raw takes address family and IP protocol.
+    // Returns: 0; 10003 while listening; 10008 for a null sink; 10001 when the socket can't be opened, bound,
+    // listened on or registered (nothing stays open).
+    [[nodiscard]] virtual MNResult StartListen(IPSAcceptorConnectorSink* sink, const CMNInetAddr& localAddr,
+                                               unsigned short number1, unsigned short number2) = 0;
+
+    // Stops; no indication follows. Accepted transports live on. `reason` is not used. Returns: 0, also when
+    // nothing listens. Reenter: may be called from OnConnectIndication; StartListen may follow.
+    virtual MNResult StopListen(long reason) = 0;
+};
+
+}  // namespace uxport
+
+#endif

@@ -1,0 +1,53 @@
+// The entry point of the library.
+#ifndef UXPORT_IPSCONNECTIONMANAGER_H
+#define UXPORT_IPSCONNECTIONMANAGER_H
+
+#include "mantle/CMNReferenceControl.h"
+#include "uxport/IPSRawTransport.h"
+#include "uxport/PSDefines.h"
+
+namespace uxport
+{
+
+class IPSAcceptor;
+class IPSConnector;
+class IPSReactor;
+
+class UXPORT_API IPSConnectionManager
+{
+public:
+    // The one manager of the process. Thread: any. Returns: null once the process' clean-up has destroyed it.
+    static IPSConnectionManager* Instance();
+
+    // Makes the reactor and its network threads; the stack must have been started. One thread is what the
+    // library is built for; with 0 the reactor exists and nothing runs it: posts are kept until the end of the
+    // process and a SendEvent waits for ever, as it does where the thread could not open its wake-up pipe.
+    // Thread: one, before any other use. Returns: 0, also when it was done before; 10001 when the stack is not
+    // started or a thread can't be.
+    [[nodiscard]] virtual MNResult Init(unsigned int networkThreadCount) = 0;
+
+    // Makes a client or a server of a connection type; `out` brings one reference along.
+    // A network thread gets the real object, used on network threads only. Any other thread is answered 10004,
+    // `out` untouched: objects for other threads are not offered yet. Likewise types CONNECTION_TYPE_UDP and
+    // CONNECTION_TYPE_RAW: 10004, `out` null.
+    // Returns: 0; 10001 before Init or on a thread without a thread object of the framework (`out` untouched);
+    // 10008 for an unknown type (`out` null).
+    [[nodiscard]] virtual MNResult CreateConnectionClient(unsigned long connectionType, IPSConnector*& out) = 0;
+    [[nodiscard]] virtual MNResult CreateConnectionServer(unsigned long connectionType, IPSAcceptor*& out) = 0;
+
+    // Whether the id is a network thread's. Thread: any, after Init.
+    virtual bool IsNetworkThread(unsigned long threadId) = 0;
+
+    // The reactor of the network threads; null before Init. Thread: any.
+    virtual IPSReactor* GetReactor() = 0;
+
+    // Does nothing, leaves `transport` alone and returns 0.
+    virtual MNResult CreateRawSocket(unsigned short family, unsigned short protocol,
+                                     mantle::CMNAutoPtr<IPSRawTransport>& transport) = 0;
+
+    virtual ~IPSConnectionManager() = default;
+};
+
+}  // namespace uxport
+
+#endif
