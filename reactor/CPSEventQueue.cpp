@@ -1,0 +1,149 @@
+#include "reactor/CPSEventQueue.h"
+
+#include "mantle/CMNThreadManager.h"
+#include "reactor/CPSEventSynchronous.h"
+
+using mantle::CMNMutexGuardT;
+using mantle::CMNMutexThread;
+using mantle::CMNThreadManager;
+
+namespace uxport
+{
+
+const CMNTimeValue CPSEventQueueBase::s_tvReportInterval(0, 50000);
+
+CPSEventQueueBase::CPSEventQueueBase() : m_tvReport(CMNTimeValue::GetTimeOfDay()) {}
+
+CPSEventQueueBase::~CPSEventQueueBase() { DestoryPendingEvents(); }
+
+MNResult CPSEventQueueBase::PostEvent(IMNEvent* event, EPriority)
+{
+    if (!event)
+        return MN_ERROR_INVALID_ARG;
+    if (m_dwStopped.load() != 0) {
+        event->OnDestorySelf();
+        return MN_ERROR_NOT_INITIALIZED;
+    }
+    m_Pending.push_back(event);
+    m_dwPendingCount.fetch_add(1, std::memory_order_relaxed);
+    return MN_OK;
+}
+
+MNResult CPSEventQueueBase::SendEvent(IMNEvent* event)
+{
+    if (!event)
+        return MN_ERROR_INVALID_ARG;
+    if (m_dwStopped.load() != 0) {
+        event->OnDestorySelf();
+        return MN_ERROR_NOT_INITIALIZED;
+    }
+    if (CMNThreadManager::IsEqualCurrentThread(m_dwOwnerThread.load())) {
+        const MNResult result = event->OnEventFire();
+        event->OnDestorySelf();
+        return result;
+    }
+    auto* synchronous = new CPSEventSynchronous(event, this);
+    if (const MNResult result = PostEvent(synchronous, EPRIORITY_NORMAL); result != MN_OK) {
+        // The refusal was the wrapper's first destruction; this is the second, which frees it.
+        synchronous->OnDestorySelf();
+        return result;
+    }
+    return synchronous->WaitResultAndDeleteThis();
+}
+
+MNResult CPSEventQueueBase::PopPendingEvents(std::list<IMNEvent*>& events, unsigned long maximum, unsigned long* left)
+{
+    const unsigned long count = m_dwPendingCount.load(std::memory_order_relaxed);
+    if (count == 0)
+        return MN_ERROR_NOT_FOUND;
+    if (count <= maximum) {
+        m_Pending.swap(events);
+        m_dwPendingCount.store(0, std::memory_order_relaxed);
+        *left = 0;
+        return MN_OK;
+    }
+    auto end = m_Pending.begin();
+    unsigned long taken = 0;
+    for (; taken < maximum && end != m_Pending.end(); ++taken)
+        ++end;
+    events.splice(events.end(), m_Pending, m_Pending.begin(), end);
+    // A count that DestoryPendingEvents left behind is larger than the list.
+    *left = m_Pending.empty() ? 0 : count - taken;
+    m_dwPendingCount.store(*left, std::memory_order_relaxed);
+    return MN_OK;
+}
+
+MNResult CPSEventQueueBase::PopOnePendingEvent(IMNEvent*& event, unsigned long* left)
+{
+    if (m_dwPendingCount.load(std::memory_order_relaxed) == 0 || m_Pending.empty())
+        return MN_ERROR_NOT_FOUND;
+    event = m_Pending.front();
+    m_Pending.pop_front();
+    const unsigned long rest = m_dwPendingCount.fetch_sub(1, std::memory_order_relaxed) - 1;
+    if (left)
+        *left = rest;
+    return MN_OK;
+}
+
+MNResult CPSEventQueueBase::ProcessOneEvent(IMNEvent* event)
+{
+    if (!event)
+        return MN_ERROR_INVALID_ARG;
+    event->OnEventFire();
+    event->OnDestorySelf();
+    return MN_OK;
+}
+
+MNResult CPSEventQueueBase::ProcessEvents(const std::list<IMNEvent*>& events)
+{
+    for (IMNEvent* event : events)
+        ProcessOneEvent(event);
+    return MN_OK;
+}
+
+void CPSEventQueueBase::DestoryPendingEvents()
+{
+    while (!m_Pending.empty()) {
+        std::list<IMNEvent*> events;
+        events.swap(m_Pending);
+        for (IMNEvent* event : events)
+            event->OnDestorySelf();
+    }
+}
+
+MNResult CPSEventQueueUsingMutex::PostEvent(IMNEvent* event, EPriority priority)
+{
+    return PostEventWithOldSize(event, priority, nullptr);
+}
+
+MNResult CPSEventQueueUsingMutex::PostEventWithOldSize(IMNEvent* event, EPriority priority, unsigned long* oldSize)
+{
+    if (event && m_dwStopped.load() != 0) {
+        if (oldSize)
+            *oldSize = GetPendingEventsCount();
+        return CPSEventQueueBase::PostEvent(event, priority);  // refuses; destroys outside the mutex
+    }
+    CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
+    if (oldSize)
+        *oldSize = GetPendingEventsCount();
+    return CPSEventQueueBase::PostEvent(event, priority);
+}
+
+void CPSEventQueueUsingMutex::DestoryPendingEvents()
+{
+    for (;;) {
+        std::list<IMNEvent*> events;
+        {
+            CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
+            events.swap(m_Pending);
+        }
+        if (events.empty())
+            return;
+        for (IMNEvent* event : events)
+            event->OnDestorySelf();
+    }
+}
+
+CPSEventQueueUsingMutex::~CPSEventQueueUsingMutex() { DestoryPendingEvents(); }
+
+}  // namespace uxport

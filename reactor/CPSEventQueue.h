@@ -1,0 +1,86 @@
+// The queue of events that every reactor is.
+#ifndef UXPORT_REACTOR_CPSEVENTQUEUE_H
+#define UXPORT_REACTOR_CPSEVENTQUEUE_H
+
+#include <atomic>
+#include <list>
+
+#include "mantle/CMNMutexThread.h"
+#include "mantle/CMNTimeValue.h"
+#include "mantle/IMNEvent.h"
+#include "uxport/PSDefines.h"
+
+namespace uxport
+{
+
+// First in, first out, whatever the priority; no bound. The queue owns an event from a successful post until
+// it has run or been destroyed. No lock of its own: the caller of every operation but GetPendingEventsCount
+// and SendEvent provides it.
+class CPSEventQueueBase : public IMNEventQueue
+{
+public:
+    CPSEventQueueBase();
+    CPSEventQueueBase(const CPSEventQueueBase&) = delete;
+    CPSEventQueueBase& operator=(const CPSEventQueueBase&) = delete;
+
+    // Returns: 0; 10008 for null; 10002 when stopped, after the event's OnDestorySelf.
+    MNResult PostEvent(IMNEvent* event, EPriority priority) override;
+
+    // Runs the event in place on the owner thread; from any other thread posts it through the most derived
+    // PostEvent and waits for it. Returns: what OnEventFire returned; 10008 for null; 10002 when stopped;
+    // 10009 when the queue destroyed the event without running it.
+    MNResult SendEvent(IMNEvent* event) override;
+
+    unsigned long GetPendingEventsCount() override { return m_dwPendingCount.load(std::memory_order_relaxed); }
+
+    ~CPSEventQueueBase() override;
+
+    // Takes up to `maximum` of the oldest events into `events`; all of them by one exchange when they are no
+    // more, in which case what `events` held becomes pending. `left` receives the count that stays.
+    // Returns: 0; 10011 when the count is 0 (`events` and `left` untouched).
+    MNResult PopPendingEvents(std::list<IMNEvent*>& events, unsigned long maximum, unsigned long* left);
+
+    // Takes the oldest event. Returns: 0; 10011 when there is none (`left`, which may be null, untouched).
+    MNResult PopOnePendingEvent(IMNEvent*& event, unsigned long* left);
+
+    // Runs an event, then lets it destroy itself. Returns: 0 whatever the event returned; 10008 for null.
+    static MNResult ProcessOneEvent(IMNEvent* event);
+    static MNResult ProcessEvents(const std::list<IMNEvent*>& events);
+
+    // Destroys what is pending, oldest first, without running any, until nothing is. The count stays as it was.
+    void DestoryPendingEvents();
+
+protected:
+    // Makes the count what the list holds, after DestoryPendingEvents left it behind.
+    void CorrectPendingCount() { m_dwPendingCount.store(m_Pending.size(), std::memory_order_relaxed); }
+
+    std::list<IMNEvent*> m_Pending;
+    std::atomic<unsigned long> m_dwPendingCount{0};
+    CMNTimeValue m_tvReport;                         // when the queue was made
+    std::atomic<unsigned long> m_dwOwnerThread{0};   // thread that runs the events, 0 before Open
+    std::atomic<unsigned int> m_dwStopped{0};
+
+    static const CMNTimeValue s_tvReportInterval;
+};
+
+// The same with a mutex that guards posting and popping.
+class CPSEventQueueUsingMutex : public CPSEventQueueBase
+{
+public:
+    MNResult PostEvent(IMNEvent* event, EPriority priority) override;
+
+    // As PostEvent; `oldSize` (may be null) receives the count before this post.
+    MNResult PostEventWithOldSize(IMNEvent* event, EPriority priority, unsigned long* oldSize);
+
+    // As the base's; takes the list out under the mutex and destroys outside, so that an event may post.
+    void DestoryPendingEvents();
+
+    ~CPSEventQueueUsingMutex() override;
+
+protected:
+    mantle::CMNMutexThread m_MutexQueue;
+};
+
+}  // namespace uxport
+
+#endif
