@@ -4,6 +4,7 @@
 
 #include "reactor/CPSReactorBase.h"
 #include "reactor/CPSReactorNotifyPipe.h"
+
 struct ps_fdlist;
 
 namespace uxport
