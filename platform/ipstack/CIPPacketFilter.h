@@ -1,0 +1,69 @@
+// Looks at a link's packets before the stack does.
+#ifndef IPSTACK_CIPPACKETFILTER_H
+#define IPSTACK_CIPPACKETFILTER_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "CIPCounters.h"
+
+struct netif;
+struct pbuf;
+
+namespace ipstack
+{
+
+// Sixteen bytes of an IPv6 address, in network order.
+using CIPAddress6 = std::array<std::uint8_t, 16>;
+
+// The addresses of all links, loopback's excepted. IPv4 addresses are in network order.
+struct CIPOwnAddresses
+{
+    std::vector<std::uint32_t> m_Addresses4;   // sorted
+    std::vector<CIPAddress6> m_Addresses6;     // sorted
+
+    bool Has4(std::uint32_t address) const noexcept;
+    bool Has6(const CIPAddress6& address) const noexcept;
+};
+
+// What the filter must know of the link that a packet came in by.
+struct CIPLinkFacts
+{
+    unsigned int m_dwMtu = 0;
+    const CIPOwnAddresses* m_pOwn = nullptr;
+    // The other end of a wire between two links of this stack: an own address that may be a source here.
+    std::uint32_t m_dwPartner4 = 0;
+    bool m_bPartner6 = false;
+    CIPAddress6 m_Partner6{};
+};
+
+// Keeps out what lwIP must not see: malformed packets (some of which would lead it outside the packet or into a
+// corrupt reassembly), forged sources, and what is not for this stack.
+class CIPPacketFilter
+{
+public:
+    // The verdict on a packet that may pass.
+    static constexpr CIPCounters::EId Accepted = CIPCounters::Count;
+
+    // A datagram's end may not lie beyond these (payload bytes behind the header).
+    static constexpr unsigned int MaxReassembled4 = 65515;
+    static constexpr unsigned int MaxReassembled6 = 65000;
+    static constexpr unsigned int MaxExtensionHeaders = 8;
+
+    // Looks at the bytes only. Returns: Accepted, or the counter that names the reason to drop it.
+    static CIPCounters::EId Check(const std::uint8_t* data, std::size_t length, const CIPLinkFacts& facts) noexcept;
+
+    // Counts and checks a packet of `link` (known to CIPLinkTable) and copies it for the stack. State: the core
+    // lock is held. Returns: the packet, for CIPDemux::Input; null when it was dropped and counted.
+    static pbuf* Admit(netif* link, const void* data, std::size_t length) noexcept;
+
+    // A flat copy with spare bytes behind its end, for parsers that look a byte too far. State: the core lock is
+    // held. Returns: null when there is no memory.
+    static pbuf* Copy(const void* data, std::size_t length) noexcept;
+};
+
+}  // namespace ipstack
+
+#endif

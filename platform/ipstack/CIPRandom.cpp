@@ -1,0 +1,85 @@
+#include "CIPRandom.h"
+
+#include <cstring>
+#include <random>
+
+#if defined(__linux__)
+#  include <cerrno>
+#  include <sys/random.h>
+#endif
+
+#include "arch/cc.h"
+#include "mantle/CMNMutexThread.h"
+
+namespace ipstack
+{
+
+namespace
+{
+
+// Numbers taken from the system in one go.
+constexpr std::size_t PoolLength = 256;
+
+mantle::CMNMutexThread s_Mutex;
+unsigned char s_Pool[PoolLength] MN_GUARDED_BY(s_Mutex);
+std::size_t s_nLeft MN_GUARDED_BY(s_Mutex) = 0;
+
+}  // namespace
+
+void CIPRandom::Fill(void* data, std::size_t length) noexcept
+{
+    unsigned char* at = static_cast<unsigned char*>(data);
+#if defined(__linux__)
+    while (length > 0) {
+        const ssize_t got = ::getrandom(at, length, 0);
+        if (got < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            break;
+        }
+        at += got;
+        length -= static_cast<std::size_t>(got);
+    }
+#endif
+    if (length > 0) {
+        std::random_device device;
+        for (; length > 0; --length) {
+            *at++ = static_cast<unsigned char>(device());
+        }
+    }
+}
+
+std::uint32_t CIPRandom::Get32() noexcept
+{
+    mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(s_Mutex);
+    if (s_nLeft < sizeof(std::uint32_t)) {
+        Fill(s_Pool, sizeof(s_Pool));
+        s_nLeft = sizeof(s_Pool);
+    }
+    s_nLeft -= sizeof(std::uint32_t);
+    std::uint32_t value;
+    std::memcpy(&value, s_Pool + s_nLeft, sizeof(value));
+    return value;
+}
+
+std::uint32_t CIPRandom::GetBelow(std::uint32_t bound) noexcept
+{
+    if (bound == 0) {
+        return 0;
+    }
+    // Values above the last whole multiple of the bound would favour small results.
+    const std::uint32_t limit = UINT32_MAX - UINT32_MAX % bound;
+    std::uint32_t value = Get32();
+    while (value >= limit) {
+        value = Get32();
+    }
+    return value % bound;
+}
+
+}  // namespace ipstack
+
+extern "C" uint32_t uxport_ipstack_random(void)
+{
+    return ipstack::CIPRandom::Get32();
+}

@@ -1,0 +1,27 @@
+// Random numbers from the system's generator.
+#ifndef IPSTACK_CIPRANDOM_H
+#define IPSTACK_CIPRANDOM_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace ipstack
+{
+
+// Thread: any.
+class CIPRandom
+{
+public:
+    // Unpredictable bytes for keys.
+    static void Fill(void* data, std::size_t length) noexcept;
+
+    // An unpredictable number, all values equally likely; for ports.
+    static std::uint32_t Get32() noexcept;
+
+    // An unpredictable number below `bound`, all values equally likely; 0 when `bound` is 0.
+    static std::uint32_t GetBelow(std::uint32_t bound) noexcept;
+};
+
+}  // namespace ipstack
+
+#endif

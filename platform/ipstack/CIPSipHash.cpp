@@ -1,0 +1,75 @@
+#include "CIPSipHash.h"
+
+namespace ipstack
+{
+
+namespace
+{
+
+constexpr std::uint64_t RotateLeft(std::uint64_t value, int count) noexcept
+{
+    return (value << count) | (value >> (64 - count));
+}
+
+std::uint64_t LoadWord(const std::uint8_t* bytes, std::size_t count) noexcept
+{
+    std::uint64_t word = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        word |= static_cast<std::uint64_t>(bytes[i]) << (8 * i);
+    }
+    return word;
+}
+
+// The internal state v0 to v3.
+struct CState
+{
+    std::uint64_t m_V0;
+    std::uint64_t m_V1;
+    std::uint64_t m_V2;
+    std::uint64_t m_V3;
+
+    void Round() noexcept
+    {
+        m_V0 += m_V1;
+        m_V2 += m_V3;
+        m_V1 = RotateLeft(m_V1, 13) ^ m_V0;
+        m_V3 = RotateLeft(m_V3, 16) ^ m_V2;
+        m_V0 = RotateLeft(m_V0, 32);
+        m_V2 += m_V1;
+        m_V0 += m_V3;
+        m_V1 = RotateLeft(m_V1, 17) ^ m_V2;
+        m_V3 = RotateLeft(m_V3, 21) ^ m_V0;
+        m_V2 = RotateLeft(m_V2, 32);
+    }
+
+    void Compress(std::uint64_t word) noexcept
+    {
+        m_V3 ^= word;
+        Round();
+        Round();
+        m_V0 ^= word;
+    }
+};
+
+}  // namespace
+
+std::uint64_t CIPSipHash::Hash(const std::uint8_t (&key)[KeyLength], const std::uint8_t* message,
+                               std::size_t length) noexcept
+{
+    const std::uint64_t k0 = LoadWord(key, 8);
+    const std::uint64_t k1 = LoadWord(key + 8, 8);
+    CState state{k0 ^ 0x736f6d6570736575U, k1 ^ 0x646f72616e646f6dU, k0 ^ 0x6c7967656e657261U,
+                 k1 ^ 0x7465646279746573U};
+    std::size_t at = 0;
+    for (; at + 8 <= length; at += 8) {
+        state.Compress(LoadWord(message + at, 8));
+    }
+    state.Compress(LoadWord(message + at, length - at) | static_cast<std::uint64_t>(length & 0xFF) << 56);
+    state.m_V2 ^= 0xFF;
+    for (int i = 0; i < 4; ++i) {
+        state.Round();
+    }
+    return state.m_V0 ^ state.m_V1 ^ state.m_V2 ^ state.m_V3;
+}
+
+}  // namespace ipstack
