@@ -1,0 +1,58 @@
+#include "transport/CPSTransportBase.h"
+
+#include <cstdint>
+
+#include "uxport/IPSTransportSink.h"
+
+namespace uxport
+{
+
+namespace
+{
+
+// Only an answer that is negative as a 64-bit number counts as a failure, which no result code is.
+MNResult AddressResult(MNResult result)
+{
+    return static_cast<std::int64_t>(result) < 0 ? MN_ERROR_FAILURE : MN_OK;
+}
+
+}  // namespace
+
+MNResult CPSTransportBase::OpenWithSink(IPSTransportSink* sink)
+{
+    if (!sink)
+        return MN_ERROR_INVALID_ARG;
+    const bool opened = m_pSink != nullptr;
+    m_pSink = sink;
+    if (opened)
+        return MN_OK;
+    const MNResult result = Open_t();
+    if (result != MN_OK) {
+        Close_t(0);
+        m_pSink = nullptr;
+    }
+    return result;
+}
+
+MNResult CPSTransportBase::Disconnect(long reason)
+{
+    const MNResult result = Close_t(reason);
+    m_pSink = nullptr;
+    return result;
+}
+
+int CPSTransportBase::OnClose(int, long)
+{
+    Close_t(0);
+    IPSTransportSink* sink = m_pSink;
+    m_pSink = nullptr;
+    if (sink)
+        sink->OnDisconnect(static_cast<long>(MN_ERROR_FAILURE), this);
+    return 0;
+}
+
+MNResult CPSTransportBase::GetPeerAddr(CMNInetAddr& addr) { return AddressResult(GetOption(OPT_PEER_ADDR, &addr)); }
+
+MNResult CPSTransportBase::GetLocalAddr(CMNInetAddr& addr) { return AddressResult(GetOption(OPT_LOCAL_ADDR, &addr)); }
+
+}  // namespace uxport
