@@ -11,6 +11,17 @@ using mantle::CMNTimerQueueOrderedList;
 namespace uxport
 {
 
+namespace
+{
+
+// The thread manager gives its singleton mutex up when it has destroyed the singletons, reactors among them.
+bool IsAlive(const IPSReactor* reactor)
+{
+    return reactor && CMNThreadManager::Instance()->GetSingletonMutex();
+}
+
+}  // namespace
+
 CPSReactorBase::~CPSReactorBase() = default;
 
 MNResult CPSReactorBase::PostEvent(IMNEvent* event, IMNEventQueue::EPriority priority)
@@ -103,6 +114,16 @@ MNResult CPSReactorBase::RemoveHandleWithoutFinding_i(int handle, const CElement
     if (mask & SHOULD_CALL)
         element.m_pEh->OnClose(handle, element.m_Mask);
     return MN_OK;
+}
+
+MNResult CPSReactorBase::RemoveHandlerIfAlive(IPSReactor* reactor, IPSEventHandler* handler, long mask)
+{
+    return IsAlive(reactor) ? reactor->RemoveHandler(handler, mask) : MN_OK;
+}
+
+MNResult CPSReactorBase::CancelTimerIfAlive(IPSReactor* reactor, IMNTimerHandler* handler)
+{
+    return IsAlive(reactor) ? reactor->CancelTimer(handler) : MN_OK;
 }
 
 void CPSReactorBase::ForgetHandler(IPSReactor* reactor, const IPSEventHandler* handler)

@@ -59,6 +59,11 @@ public:
     // Whether the calling thread is the one that the reactor is bound to. Thread: any.
     bool IsReactorThread() const;
 
+    // As RemoveHandler and CancelTimer, for objects that may outlive the reactors: without one, and once the
+    // clean-up at the end of the process has destroyed them, they do nothing and return 0.
+    static MNResult RemoveHandlerIfAlive(IPSReactor* reactor, IPSEventHandler* handler, long mask);
+    static MNResult CancelTimerIfAlive(IPSReactor* reactor, IMNTimerHandler* handler);
+
     // Takes a handler that is about to forget its handle out of the table. Thread: any.
     static void ForgetHandler(IPSReactor* reactor, const IPSEventHandler* handler);
 

@@ -30,7 +30,7 @@ MNResult CPSTransportTcp::Close_t(long reason)
 {
     m_Timer.Cancel();
     if (GetHandle() != PS_INVALID_HANDLE) {
-        m_pReactor->RemoveHandler(this, ALL_EVENTS_MASK);
+        CPSReactorBase::RemoveHandlerIfAlive(m_pReactor, this, ALL_EVENTS_MASK);
         m_Socket.Close(reason);
     }
     return MN_OK;

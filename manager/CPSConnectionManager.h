@@ -1,0 +1,52 @@
+// The connection manager.
+#ifndef UXPORT_MANAGER_CPSCONNECTIONMANAGER_H
+#define UXPORT_MANAGER_CPSCONNECTIONMANAGER_H
+
+#include <atomic>
+#include <list>
+#include <memory>
+
+#include "uxport/IPSConnectionManager.h"
+
+namespace uxport
+{
+
+class CPSThreadReactor;
+
+class CPSConnectionManager : public IPSConnectionManager
+{
+public:
+    CPSConnectionManager() = default;
+    CPSConnectionManager(const CPSConnectionManager&) = delete;
+    CPSConnectionManager& operator=(const CPSConnectionManager&) = delete;
+
+    MNResult Init(unsigned int networkThreadCount) override;
+    MNResult CreateConnectionClient(unsigned long connectionType, IPSConnector*& out) override;
+    MNResult CreateConnectionServer(unsigned long connectionType, IPSAcceptor*& out) override;
+    bool IsNetworkThread(unsigned long threadId) override;
+    IPSReactor* GetReactor() override { return m_pReactor.load(); }
+    MNResult CreateRawSocket(unsigned short family, unsigned short protocol,
+                             mantle::CMNAutoPtr<IPSRawTransport>& transport) override;
+
+    // Deletes the reactors. The threads have ended by then; their objects stay, as connections may still point
+    // at them, and lose their reactor.
+    ~CPSConnectionManager() override;
+
+private:
+    MNResult SpawnNetworkThread_i();
+
+    // What a creation by the calling thread may do: 0 make the real object; otherwise the answer.
+    MNResult CheckCaller_i();
+    MNResult CreateConnectionServer_i(unsigned long connectionType, IPSAcceptor*& out);
+    MNResult CreateConnectionClient_i(unsigned long connectionType, IPSConnector*& out);
+
+    std::atomic<IPSReactor*> m_pReactor{nullptr};          // owned
+    std::list<std::unique_ptr<IPSReactor>> m_Replaced;     // of failed Inits; threads may still run them
+    unsigned int m_dwThreadCount = 0;
+    bool m_bInitialized = false;
+    std::list<CPSThreadReactor*> m_Threads;                // in the order of creation; only Init changes it
+};
+
+}  // namespace uxport
+
+#endif

@@ -1,0 +1,29 @@
+// Keeps an object alive while it calls out.
+#ifndef UXPORT_REACTOR_CPSSELFHOLD_H
+#define UXPORT_REACTOR_CPSSELFHOLD_H
+
+namespace uxport
+{
+
+// Holds a reference on a counted object for a scope, so that a callback may give up the last one. An object
+// that nobody references yet is left as it is: the hold must not be what deletes it.
+template <class T>
+class CPSSelfHoldT
+{
+public:
+    explicit CPSSelfHoldT(T& object) : m_pObject(object.TryAddReference() ? &object : nullptr) {}
+    ~CPSSelfHoldT()
+    {
+        if (m_pObject)
+            m_pObject->ReleaseReference();
+    }
+    CPSSelfHoldT(const CPSSelfHoldT&) = delete;
+    CPSSelfHoldT& operator=(const CPSSelfHoldT&) = delete;
+
+private:
+    T* m_pObject;
+};
+
+}  // namespace uxport
+
+#endif
