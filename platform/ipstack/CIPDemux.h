@@ -32,7 +32,7 @@ public:
 
     // Takes in a datagram socket that has a local port, or takes note of its new addresses: after each bind,
     // connect and disconnect.
-    static void AddUdp(udp_pcb* pcb);
+    static void AddUdp(udp_pcb* pcb) noexcept;
 
     // Before udp_remove. Unknown ones are ignored.
     static void RemoveUdp(udp_pcb* pcb) noexcept;
