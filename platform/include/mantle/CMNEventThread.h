@@ -2,21 +2,17 @@
 #ifndef MANTLE_CMNEVENTTHREAD_H
 #define MANTLE_CMNEVENTTHREAD_H
 
-#include <condition_variable>
-#include <list>
-#include <mutex>
-
+#include "mantle/CMNMutexThread.h"
 #include "mantle/CMNTimeValue.h"
 
 namespace mantle
 {
 
-class CMNWaiter;
-
 // Signalled or not. An automatic one wakes one waiter and falls back; a manual one stays until Reset.
 class MANTLE_API CMNEventThread
 {
 public:
+    // `manualReset` and `signalled`: 0 or not; the name is not used.
     CMNEventThread(int manualReset, int signalled, const char* name = nullptr);
     ~CMNEventThread();
     CMNEventThread(const CMNEventThread&) = delete;
@@ -29,10 +25,15 @@ public:
     MNResult Reset();
 
 private:
-    std::mutex m_Mutex;
-    std::list<CMNWaiter*> m_Waiters;
-    bool m_bManual;
-    bool m_bSignalled;
+    struct CNode;  // one who waits, on its own stack
+
+    void Remove(CNode& node) MN_REQUIRES(m_Mutex);
+
+    CMNMutexThread m_Mutex;
+    CNode* m_pFirst MN_GUARDED_BY(m_Mutex) = nullptr;  // first come, first served
+    CNode* m_pLast MN_GUARDED_BY(m_Mutex) = nullptr;
+    bool m_bSignalled MN_GUARDED_BY(m_Mutex);
+    const bool m_bManual;
 };
 
 }  // namespace mantle

@@ -28,12 +28,12 @@ public:
         DONT_DELETE = 1  // with `data`: the caller's buffer, which it keeps and may change after the call
     };
 
-    // Room for `size` bytes. Without `data`: own memory, from a pool when large. With `data` and DONT_DELETE: the caller's buffer,
-    // not owned; with `data` alone: a new[] buffer that the block takes over. `advanceWrite`: bytes of `data`
-    // that are readable at once.
+    // Room for `size` bytes. Without `data`: own memory, from a pool when large. With `data` and DONT_DELETE: the
+    // caller's buffer, not owned; with `data` alone: a new char[] buffer that the block takes over.
+    // `advanceWrite`: bytes of `data` that are readable at once, `size` at most.
     explicit CMNMessageBlock(unsigned long size, const char* data = nullptr, unsigned long flags = 0,
                              unsigned long advanceWrite = 0);
-    ~CMNMessageBlock();
+    ~CMNMessageBlock();  // and of the blocks appended to it
     CMNMessageBlock(const CMNMessageBlock&) = delete;
     CMNMessageBlock& operator=(const CMNMessageBlock&) = delete;
 

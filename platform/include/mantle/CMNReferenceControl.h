@@ -65,17 +65,18 @@ protected:
 
     unsigned long ReleaseReference_i()
     {
+        bool underflow = false;
         {
             CMNMutexGuardT<Lock> guard(m_Lock);
-            if (m_dwReference != 0) {
-                if (--m_dwReference != 0)
-                    return m_dwReference;
-            } else {
-                MNReportReferenceUnderflow("ReleaseReference");
-                return 0;
-            }
+            if (m_dwReference == 0)
+                underflow = true;
+            else if (--m_dwReference != 0)
+                return m_dwReference;
         }
-        OnReferenceDestory();
+        if (underflow)
+            MNReportReferenceUnderflow("ReleaseReference");
+        else
+            OnReferenceDestory();
         return 0;
     }
 
@@ -100,9 +101,10 @@ public:
 protected:
     CMNPendingDelete() = default;
 
-    // Takes a zero-delay timer for the deletion on the calling thread's own timer queue and puts the object into that
-    // thread's list, so that a refused or dropped timer leaks nothing. Without a thread object or a timer queue
-    // nothing happens: the object is then never deleted.
+    // Takes a zero-delay timer for the deletion on the calling thread's own timer queue and puts the object into
+    // that thread's list, so that a refused or dropped timer leaks nothing. Without a thread object or a timer
+    // queue nothing happens: the object is then never deleted. On the thread that runs the clean-up at the end of
+    // the process the object goes in any case, at the clean-up's next step.
     void ScheduleDelete(IMNTimerHandler* handler);
 
     // Takes the object out of the list; the destructor does too.
@@ -115,6 +117,7 @@ private:
     CMNPendingDelete* m_pNext = nullptr;
     CMNPendingDelete* m_pPrev = nullptr;
     class CMNPendingDeleteList* m_pList = nullptr;
+    IMNTimerHandler* m_pHandler = nullptr;
 };
 
 // The timer handler of a deferred deletion.

@@ -20,36 +20,51 @@ class MANTLE_API CMNThread
 public:
     CMNThread();
 
+    // The id of the thread; 0 until it has started. Thread: any.
     virtual unsigned long GetThreadId();
     virtual unsigned long GetDetachThreadId();
     virtual void SetThreadId(unsigned long threadId);
     virtual void SetDetachThreadId(unsigned long threadId);
     virtual CMNThreadManager::TType GetThreadType();
     virtual void* GetThreadHandle();
-    virtual bool IsSubThread(CMNThreadManager::TType type);
+    virtual bool IsSubThread(CMNThreadManager::TType type);  // of that type and started, not adopted
 
-    // Starts the thread. Returns when its OnThreadInit has finished, so that what is posted right after meets
-    // an open queue: 0; 10003 when it runs already; 10001 when the system gives no thread.
-    virtual MNResult Create(CMNThreadManager::TType type, CMNThreadManager::TFlag flags = CMNThreadManager::TF_JOINABLE);
+    // Starts the thread and registers it with the manager. Returns when its OnThreadInit has finished, so that
+    // what is posted right after meets an open queue: 0; 10003 when it runs or has run; 10001 when the system
+    // gives no thread or the clean-up has begun (it may then be tried again, or the object be deleted).
+    virtual MNResult Create(CMNThreadManager::TType type,
+                            CMNThreadManager::TFlag flags = CMNThreadManager::TF_JOINABLE);
 
-    // Makes this the calling thread's object without starting one. Returns: 0; 10003 when it runs already.
-    virtual MNResult CreateNotRun(CMNThreadManager::TType type, CMNThreadManager::TFlag flags = CMNThreadManager::TF_NONE);
+    // Makes this the calling thread's object without starting one, until AttachCurrentThread takes it back, the
+    // thread ends or the object is deleted. Returns: 0; 10003 when it runs or has run, or when the calling thread
+    // has another object already.
+    virtual MNResult CreateNotRun(CMNThreadManager::TType type,
+                                  CMNThreadManager::TFlag flags = CMNThreadManager::TF_NONE);
 
-    // Asks the thread to end; the time-out, where offered, bounds the wait.
+    // Asks the thread to end and does not wait; the time-out, where offered, bounds a wait for its end. Here: 10004,
+    // as there is no loop. Thread: any.
     virtual MNResult Stop(CMNTimeValue* timeout = nullptr);
 
     virtual void OnCreate();       // on the creating thread, before the new one starts
     virtual void BlockSignal();    // on the new thread: signals go to the others
 
-    // Waits for the thread's end. Returns: 0; 10002 when it was never started; 10001 on the thread itself.
+    // Waits for the end of a started thread. Returns: 0; 10002 when it was never started; 10001 on the thread itself.
     virtual MNResult Join();
-    virtual MNResult Destory();    // deletes the object of a thread that has ended or never ran; 10001 while it runs
 
+    // Deletes the object of a thread that has ended or never ran. Returns: 0; 10001 while it runs.
+    virtual MNResult Destory();
+
+    // On the new thread, one after the other. When the run has ended, the deletions that are pending on the
+    // thread are done.
     virtual void OnThreadInit();
     virtual void OnThreadRun();
+
+    // Null where the thread has none; the base has none.
     virtual IMNReactor* GetReactor();
     virtual IMNEventQueue* GetEventQueue();
     virtual IMNTimerQueue* GetTimerQueue();
+
+    // To the thread's event queue; without one the event is destroyed and 10002 returned. 10008 for null.
     virtual MNResult PostEvent(IMNEvent* event, IMNEventQueue::EPriority priority = IMNEventQueue::EPRIORITY_NORMAL);
     virtual MNResult SendEvent(IMNEvent* event);
     virtual bool IsPool();
@@ -61,18 +76,31 @@ public:
     // Whether this is a user thread, whose queue the clean-up closes first (network threads answer false).
     virtual bool IsUserThread() { return false; }
 
+    // What the clean-up asks of a user thread. RefuseEvents (any thread): posts are refused from now on, and a
+    // running loop destroys what is pending. DrainEvents (the own thread): destroys what is pending and fires the
+    // timers that are due, until neither is left. IsInLoop (any thread): whether it runs events now or may do so.
+    virtual void RefuseEvents() {}
+    virtual void DrainEvents() {}
+    virtual bool IsInLoop() { return false; }
+
     // Whether the thread has been started and its run has not ended. Thread: any.
     bool IsRunning() const noexcept;
 
-    // Waits for the thread's end at most `bound`. Returns: 0; 10011 at the bound.
+    // Join that waits `bound` at most. Returns: what Join does; 10011 at the bound.
     MNResult JoinFor(const CMNTimeValue& bound);
 
     // Counted objects whose deletion is pending on this thread.
     CMNPendingDeleteList& GetPendingDeletes() noexcept;
 
 private:
+    friend class CMNThreadManager;
+    friend class CMNThreadEnd;
     class CImpl;
-    std::unique_ptr<CImpl> m_pImpl;
+    static void Run(CMNThread* thread, const std::shared_ptr<CImpl>& impl);
+    bool IsAdopted() const noexcept;
+    void EndAdopted();
+
+    std::shared_ptr<CImpl> m_pImpl;  // shared with the running thread
 };
 
 }  // namespace mantle

@@ -11,6 +11,7 @@ namespace mantle
 {
 
 class CMNCleanUpBase;
+class CMNPendingDeleteList;
 class CMNThread;
 
 // Thread: any, for every operation.
@@ -49,16 +50,18 @@ public:
     CMNThread* AttachCurrentThread(CMNThread* thread) noexcept;
 
     // Keeps `thread` until the clean-up: it is stopped and joined there if it runs, and then deleted when
-    // `owned`.
+    // `owned`. Threads register themselves when they start; a thread object takes itself out when it is deleted.
     void RegisterThread(CMNThread* thread, bool owned);
     void UnregisterThread(CMNThread* thread);
 
-    // The orderly end of the process; also run at exit. In this order: user queues refuse posts, destroy what
-    // they hold and fire what is due until nothing is; user threads are stopped and joined; network threads
-    // are stopped and joined; the clean-up objects are destroyed, newest first, with the single-thread checks silent on
-    // this thread. Called from a framework thread or a callback it does not join itself and leaves what is
-    // shared alive. A thread that does not come back within the bound leaves the objects undestroyed, with a
-    // trace line. A second call does nothing.
+    // The orderly end of the process; also run at exit (registered when the manager is first used). In this order:
+    // user queues refuse posts, destroy what they hold and fire what is due until nothing is; user threads are
+    // stopped and joined; network threads are stopped and joined; the clean-up objects are destroyed, newest
+    // first, with the single-thread checks silent on this thread. Called from a framework thread or a callback it
+    // does not join itself and leaves what is shared alive. A thread that does not come back within the bound
+    // leaves the objects undestroyed, with a trace line. A second call does nothing, but waits for a first one on
+    // another thread unless that may be waiting for this thread. Afterwards posts answer 10002, singletons and
+    // GetThread null.
     void CleanUp();
 
     // How long CleanUp waits for a thread; 10 s unless set.
@@ -69,8 +72,13 @@ public:
 
 private:
     friend class CMNCleanUpBase;
+    friend class CMNPendingDelete;
     CMNThreadManager();
     ~CMNThreadManager();
+
+    void AddCleanUp(CMNCleanUpBase* object);
+    void RemoveCleanUp(CMNCleanUpBase* object);
+    CMNPendingDeleteList& GetCleanUpDeletes() noexcept;
 
     class CImpl;
     std::unique_ptr<CImpl> m_pImpl;

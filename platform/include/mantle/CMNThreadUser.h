@@ -17,24 +17,31 @@ public:
     CMNThreadUser();
     ~CMNThreadUser() override;
 
+    // Asks the loop to end; a Stop before the loop begins ends it at once when it does. With a time-out, waits for
+    // the end of a started thread as JoinFor does. Thread: any. Returns: 0, or what JoinFor does.
     MNResult Stop(CMNTimeValue* timeout = nullptr) override;
     void OnThreadRun() override;
     IMNEventQueue* GetEventQueue() override;
     IMNTimerQueue* GetTimerQueue() override;
     bool IsUserThread() override { return true; }
+    void RefuseEvents() override;
+    void DrainEvents() override;
+    bool IsInLoop() override;
 
-    // Adopts the calling thread, normally main, as a user thread that the manager owns. Returns its object, the same
-    // one when it is adopted already; null when the thread belongs to another thread object.
+    // Adopts the calling thread, normally main, as a user thread. The object belongs to the manager and stays
+    // valid until the process ends. Returns it, the same one when the thread is adopted already; null when the
+    // thread belongs to an object of another class, or after the clean-up has begun.
     static CMNThreadUser* AdoptCurrentThread();
 
-    // Runs events and timers on the calling (own) thread until Stop. Returns: 0; 10001 on another thread.
-    // May be run again after a Stop: posts made in between are kept.
+    // Runs events and timers on the calling (own) thread until Stop. Returns: 0; 10001 on another thread; 10006
+    // from inside a callback of the loop. May be run again after a Stop: posts made in between are kept.
     MNResult RunEventLoop();
 
-    // Runs what is pending and due now without waiting; for single-stepping. Returns how many events and timers ran.
+    // Runs the events that are pending now and then the timers that are due, `maximum` of both at most, without
+    // waiting; for single-stepping, on the own thread. Returns how many events and timers ran.
     unsigned long RunPending(unsigned long maximum = ~0ul);
 
-    // Refuses posts from now on, destroys what is pending, outside the lock and until nothing is.
+    // Refuses posts from now on, destroys what is pending, outside the lock and until nothing is. Thread: any.
     void CloseQueue();
 
 private:

@@ -18,10 +18,15 @@ public:
     long GetSec() const noexcept { return m_lSec; }
     long GetUsec() const noexcept { return m_lUsec; }
 
-    // Whole milliseconds, rounded up. s_tvMax: -1 (wait without limit); any other value is capped at INT_MAX.
+    // Whole milliseconds, rounded up, as a waiting call takes them. s_tvMax: -1 (wait without limit); any other
+    // value is capped at INT_MAX, and below zero at 0.
     long GetTotalInMsec() const noexcept;
 
-    // Both additions saturate at s_tvMax and never wrap.
+    // Microseconds; s_tvMax and what does not fit: the largest value (the smallest when negative).
+    long long GetTotalInUsec() const noexcept;
+    static CMNTimeValue FromUsec(long long microseconds) noexcept;
+
+    // Both saturate at s_tvMax and never wrap; s_tvMax less anything stays s_tvMax.
     CMNTimeValue& operator+=(const CMNTimeValue& other) noexcept;
     CMNTimeValue& operator-=(const CMNTimeValue& other) noexcept;
 
@@ -33,7 +38,13 @@ public:
     static const CMNTimeValue s_tvMax;
 
 private:
-    void Normalize() noexcept;
+    struct CNormalized
+    {
+    };
+    constexpr CMNTimeValue(CNormalized, long seconds, long microseconds) noexcept
+        : m_lSec(seconds), m_lUsec(microseconds)
+    {
+    }
 
     long m_lSec = 0;
     long m_lUsec = 0;

@@ -18,7 +18,8 @@ namespace mantle
 class MANTLE_API CMNTimerQueueOrderedList : public IMNTimerQueue
 {
 public:
-    // `observer` may be null; it is told when the earliest deadline changed (topic "TimerQueue").
+    // `observer` may be null; it is told, last of all, when a schedule or a cancel changed the earliest deadline
+    // (topic "TimerQueue", data the queue).
     explicit CMNTimerQueueOrderedList(IMNObserver* observer = nullptr);
     ~CMNTimerQueueOrderedList() override;
 
@@ -26,13 +27,18 @@ public:
                            unsigned long count) override;
     MNResult CancelTimer(IMNTimerHandler* handler) override;
 
-    // Fires exactly what is due now and was scheduled before this check began, in order. `remaining` (may be
-    // null) receives the time to the next timer, zero when one is due; it is left alone when nothing is
-    // pending. Touches nothing of a handler after its OnTimeout has been entered. The queue itself may be
-    // destroyed by a handler; the check then ends. Returns: the number of timers fired.
-    unsigned long CheckExpire(CMNTimeValue* remaining = nullptr);
+    // Fires exactly what is due now and was scheduled before this check began, in order, `maximum` at most.
+    // `remaining` (may be null) receives the time to the next timer, zero when one is due, s_tvMax when none ever
+    // is; it is left alone when nothing is pending. Touches nothing of a handler after its OnTimeout has been
+    // entered. A timer with several expiries that was missed by more than its interval fires once and goes on
+    // from now. The queue itself may be destroyed by a handler; the check then ends. Returns: the number of
+    // timers fired.
+    unsigned long CheckExpire(CMNTimeValue* remaining = nullptr, unsigned long maximum = ~0ul);
 
     std::size_t GetPendingTimersCount() const noexcept { return m_Handlers.size(); }
+
+    // Forgets every timer; fires nothing.
+    void Clear() noexcept;
 
 private:
     struct CNode
@@ -44,6 +50,9 @@ private:
     };
     using CKey = std::pair<long long, unsigned long long>;  // deadline in microseconds, order of scheduling
     using CTimers = std::map<CKey, CNode>;
+
+    long long Earliest() const noexcept;
+    void TellObserver(long long earliestBefore);
 
     CTimers m_Timers;
     std::unordered_map<IMNTimerHandler*, CTimers::iterator> m_Handlers;

@@ -33,19 +33,35 @@ public:
     // s_llForever: no deadline). Thread: the sleeper. Returns: true when signalled, false at the deadline.
     bool Wait(std::uint32_t sequence, long long deadlineUs);
 
-    // Raises the sequence and wakes the sleeper when it sleeps; no system call when it does not. Thread: any.
+    // Raises the sequence and wakes the sleeper when it sleeps; no system call when it does not. The waiter must
+    // outlive the call: those that Current gives do. Thread: any.
     void Signal() noexcept;
 
-    // The calling thread's own waiter; valid until the process ends.
+    // The calling thread's own waiter. Never freed: when the thread has ended another one gets it, so that a late
+    // Signal does no more than wake somebody who then finds nothing to do.
     static CMNWaiter& Current();
 
 private:
     friend class CMNManualClockCore;
 
+    enum class EOutcome
+    {
+        SIGNALLED,
+        DEADLINE,
+        CLOCK_CHANGED
+    };
+    EOutcome WaitReal(std::uint32_t sequence, long long deadlineUs);
+
     std::atomic<std::uint32_t> m_dwSequence{0};
     std::atomic<bool> m_bAsleep{false};
-    std::mutex m_Mutex;
+    std::mutex m_Mutex;  // between the last look at the sequence and the sleep
     std::condition_variable m_Condition;
+
+    // The hand-moved clock's own, under its mutex.
+    unsigned long long m_qwOrder = 0;
+    long long m_llDeadline = s_llForever;
+    std::uint32_t m_dwExpected = 0;
+    std::atomic<bool> m_bDue{false};
 };
 
 }  // namespace mantle

@@ -1,0 +1,171 @@
+#include "CMNEventQueueUser.h"
+
+#include <algorithm>
+
+#include "mantle/CMNEventThread.h"
+#include "mantle/CMNThread.h"
+#include "mantle/CMNWaiter.h"
+
+namespace mantle
+{
+
+namespace
+{
+
+using CGuard = CMNMutexGuardT<CMNMutexThread>;
+
+// Carries an event to the queue's thread and its result back. Lives on the sender's stack: nothing of it is
+// touched once the sender has been woken.
+class CEventSend : public IMNEvent
+{
+public:
+    explicit CEventSend(IMNEvent* event) : m_pEvent(event) {}
+
+    MNResult OnEventFire() override
+    {
+        m_Result = m_pEvent->OnEventFire();
+        return m_Result;
+    }
+    void OnDestorySelf() override
+    {
+        m_pEvent->OnDestorySelf();
+        m_Done.Signal();
+    }
+    MNResult WaitResult()
+    {
+        m_Done.Wait();
+        return m_Result;
+    }
+
+private:
+    IMNEvent* m_pEvent;
+    MNResult m_Result = MN_ERROR_NOT_INITIALIZED;
+    CMNEventThread m_Done{0, 0};
+};
+
+}  // namespace
+
+CMNEventQueueUser::~CMNEventQueueUser()
+{
+    Close();
+    DestroyPending();
+}
+
+bool CMNEventQueueUser::IsOwnThread() const
+{
+    return CMNThreadManager::IsEqualCurrentThread(m_Thread.GetThreadId());
+}
+
+MNResult CMNEventQueueUser::PostEvent(IMNEvent* event, EPriority)
+{
+    if (!event)
+        return MN_ERROR_INVALID_ARG;
+    CMNWaiter* waiter = nullptr;
+    bool refused = false;
+    {
+        CGuard guard(m_Mutex);
+        refused = m_bClosed.load();
+        if (!refused) {
+            if (m_Pending.empty())
+                waiter = m_pWaiter;
+            m_Pending.push_back(event);
+            m_dwCount.fetch_add(1);
+        }
+    }
+    if (refused) {
+        event->OnDestorySelf();
+        return MN_ERROR_NOT_INITIALIZED;
+    }
+    if (waiter)
+        waiter->Signal();
+    return MN_OK;
+}
+
+MNResult CMNEventQueueUser::SendEvent(IMNEvent* event)
+{
+    if (!event)
+        return MN_ERROR_INVALID_ARG;
+    if (IsClosed()) {
+        event->OnDestorySelf();
+        return MN_ERROR_NOT_INITIALIZED;
+    }
+    if (IsOwnThread()) {
+        const MNResult result = event->OnEventFire();
+        event->OnDestorySelf();
+        return result;
+    }
+    CEventSend send(event);
+    PostEvent(&send, EPRIORITY_NORMAL);
+    return send.WaitResult();
+}
+
+void CMNEventQueueUser::SetWaiter(CMNWaiter* waiter)
+{
+    CGuard guard(m_Mutex);
+    m_pWaiter = waiter;
+}
+
+unsigned long CMNEventQueueUser::Run(unsigned long maximum, const std::atomic<bool>& stop)
+{
+    {
+        CGuard guard(m_Mutex);
+        if (m_Batch.empty())
+            m_Batch.swap(m_Pending);
+        else
+            m_Batch.insert(m_Batch.end(), m_Pending.begin(), m_Pending.end());
+        m_Pending.clear();
+    }
+    unsigned long left = std::min<unsigned long>(maximum, m_Batch.size());
+    unsigned long ran = 0;
+    for (; left != 0 && !m_Batch.empty() && !stop.load() && !IsClosed(); --left) {
+        IMNEvent* event = m_Batch.front();
+        m_Batch.pop_front();
+        m_dwCount.fetch_sub(1);
+        event->OnEventFire();
+        event->OnDestorySelf();
+        ++ran;
+    }
+    return ran;
+}
+
+void CMNEventQueueUser::Close()
+{
+    {
+        CGuard guard(m_Mutex);
+        m_bClosed.store(true);
+    }
+    Wake();
+}
+
+void CMNEventQueueUser::Wake()
+{
+    CMNWaiter* waiter = nullptr;
+    {
+        CGuard guard(m_Mutex);
+        waiter = m_pWaiter;
+    }
+    if (waiter)
+        waiter->Signal();
+}
+
+unsigned long CMNEventQueueUser::DestroyPending()
+{
+    unsigned long destroyed = 0;
+    while (true) {
+        CEvents events;
+        if (IsOwnThread())
+            events.swap(m_Batch);
+        if (events.empty()) {
+            CGuard guard(m_Mutex);
+            events.swap(m_Pending);
+        }
+        if (events.empty())
+            return destroyed;
+        m_dwCount.fetch_sub(events.size());
+        destroyed += events.size();
+        for (IMNEvent* event : events)
+            event->OnDestorySelf();
+    }
+}
+
+}  // namespace mantle

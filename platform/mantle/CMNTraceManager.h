@@ -1,0 +1,25 @@
+// The trace manager.
+#ifndef MANTLE_CMNTRACEMANAGER_H
+#define MANTLE_CMNTRACEMANAGER_H
+
+#include <mutex>
+
+#include "mantle/IMNTraceManager.h"
+
+namespace mantle
+{
+
+class CMNTraceManager : public IMNTraceManager
+{
+public:
+    IMNTraceSink* SetSink(IMNTraceSink* sink) override;
+    void Trace(int level, const char* text) override;
+
+private:
+    std::recursive_mutex m_Mutex;  // held while the sink runs: one line at a time, and no line after SetSink
+    IMNTraceSink* m_pSink = nullptr;
+};
+
+}  // namespace mantle
+
+#endif

@@ -1,0 +1,36 @@
+#include "CMNWaiterPool.h"
+
+#include "mantle/CMNWaiter.h"
+
+namespace mantle
+{
+
+CMNWaiterPool& CMNWaiterPool::Instance() noexcept
+{
+    static CMNWaiterPool* const s_pInstance = new CMNWaiterPool;
+    return *s_pInstance;
+}
+
+CMNWaiter* CMNWaiterPool::Take()
+{
+    {
+        CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+        if (!m_Free.empty()) {
+            CMNWaiter* waiter = m_Free.back();
+            m_Free.pop_back();
+            return waiter;
+        }
+    }
+    auto* waiter = new CMNWaiter;
+    CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+    m_All.push_back(waiter);
+    return waiter;
+}
+
+void CMNWaiterPool::Put(CMNWaiter* waiter)
+{
+    CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+    m_Free.push_back(waiter);
+}
+
+}  // namespace mantle
