@@ -510,14 +510,16 @@ void CIPDemux::AddUdp(udp_pcb* pcb) noexcept
     const CUdpFile file{(pcb->flags & UDP_FLAGS_CONNECTED) != 0,
                         CUdpPeer{pcb->local_port, pcb->remote_port, pcb->remote_ip}};
     try {
-        table.m_Saved.reserve(table.m_Files.size() + 1);
+        if (table.m_Saved.capacity() <= table.m_Files.size()) {
+            table.m_Saved.reserve(2 * (table.m_Files.size() + 1));
+        }
         CUdpList& list =
             file.m_bConnected ? table.m_Connected[file.m_Peer] : table.m_Unconnected[pcb->local_port];
-        list.reserve(list.size() + 1);
         table.m_Files.emplace(pcb, file);
         list.push_back(pcb);
     } catch (const std::bad_alloc&) {
         // It is still found in lwIP's own list, which serves what the table does not know.
+        table.m_Files.erase(pcb);
     }
 }
 

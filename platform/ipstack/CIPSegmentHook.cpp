@@ -11,10 +11,6 @@ namespace ipstack
 namespace
 {
 
-using EVerdict = CIPCounters::EId;
-
-constexpr EVerdict Accepted = CIPSegmentHook::Accepted;
-
 // The window that a connection is left with once it is established: what it promised in the handshake. lwIP
 // starts a passive one higher when window scaling is agreed.
 constexpr std::uint32_t HandshakeWindow = 65535;
