@@ -16,8 +16,7 @@ constexpr unsigned long s_dwPinFactor = 4;
 
 bool MayShare(const CMNDataBlock& data, unsigned long length) noexcept
 {
-    return data.IsOwned() && data.GetPinned() / s_dwPinFactor <= length &&
-           (data.GetPinned() / s_dwPinFactor < length || data.GetPinned() % s_dwPinFactor == 0);
+    return data.IsOwned() && data.GetPinned() <= s_dwPinFactor * length;
 }
 
 }  // namespace

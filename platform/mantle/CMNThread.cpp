@@ -17,7 +17,7 @@ CMNThread::CMNThread() : m_pImpl(std::make_shared<CImpl>()) {}
 CMNThread::~CMNThread()
 {
     CMNThreadManager::Instance()->UnregisterThread(this);
-    if (CMNThreadLocal::Get().m_pThread == this && IsAdopted())
+    if (CMNThreadLocal::Get().m_pThread == this)
         CMNThreadManager::Instance()->AttachCurrentThread(nullptr);
     m_pImpl->m_PendingDeletes.DeleteAll(nullptr);
     CMNMutexGuardT<CMNMutexThread> guard(m_pImpl->m_JoinMutex);
@@ -69,11 +69,12 @@ MNResult CMNThread::Create(CMNThreadManager::TType type, CMNThreadManager::TFlag
     CMNThreadManager* manager = CMNThreadManager::Instance();
     if (!m_pImpl->Begin(CImpl::EState::RUNNING))
         return MN_ERROR_ALREADY_INITIALIZED;
-    if (manager->IsCleaningUp()) {
-        m_pImpl->m_eState.store(CImpl::EState::UNUSED);
+    m_pImpl->m_nType.store(type);
+    m_pImpl->m_bStarted.store(true);
+    if (!manager->EnlistThread(this)) {
+        m_pImpl->StartFailed();
         return MN_ERROR_FAILURE;
     }
-    m_pImpl->m_nType.store(type);
     OnCreate();
     // Counted before it runs: no time passes between its creation and its first step.
     CMNManualClockCore::Instance().AddParticipant();
@@ -84,11 +85,10 @@ MNResult CMNThread::Create(CMNThreadManager::TType type, CMNThreadManager::TFlag
             m_pImpl->m_Thread.detach();
     } catch (const std::system_error&) {
         CMNManualClockCore::Instance().RemoveParticipant();
-        m_pImpl->m_eState.store(CImpl::EState::UNUSED);
+        manager->UnregisterThread(this);
+        m_pImpl->StartFailed();
         return MN_ERROR_FAILURE;
     }
-    m_pImpl->m_bStarted.store(true);
-    manager->RegisterThread(this, false);
     m_pImpl->m_Initialised.Wait();
     return MN_OK;
 }
@@ -216,6 +216,11 @@ MNResult CMNThread::SendEvent(IMNEvent* event)
 bool CMNThread::IsPool()
 {
     return false;
+}
+
+MNResult CMNThread::WaitLoopLeft(const CMNTimeValue&)
+{
+    return MN_OK;
 }
 
 bool CMNThread::IsRunning() const noexcept

@@ -30,6 +30,17 @@ public:
         return m_eState.compare_exchange_strong(unused, state);
     }
 
+    // There is no thread after all: whoever waits for it goes on.
+    void StartFailed()
+    {
+        m_bStarted.store(false);
+        m_eState.store(EState::UNUSED);
+        m_Initialised.Signal();
+        m_Initialised.Reset();
+        m_Ended.Signal();
+        m_Ended.Reset();
+    }
+
     std::atomic<EState> m_eState{EState::UNUSED};
     std::atomic<bool> m_bStarted{false};
     std::atomic<CMNThreadManager::TType> m_nType{CMNThreadManager::TT_UNKNOWN};

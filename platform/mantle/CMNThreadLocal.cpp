@@ -1,5 +1,6 @@
 #include "CMNThreadLocal.h"
 
+#include <pthread.h>
 #include <unistd.h>
 #if defined(__linux__)
 #  include <sys/syscall.h>
@@ -17,19 +18,9 @@ namespace
 
 thread_local CMNThreadLocal t_Local{};
 
-// The main thread's end is the process's, and the clean-up's affair.
-bool IsMainThread() noexcept
-{
-#if defined(__linux__)
-    return ::syscall(SYS_gettid) == ::getpid();
-#else
-    return false;
-#endif
-}
-
 }  // namespace
 
-// Runs when the thread ends, or calls exit.
+// Runs when the thread ends, or calls exit. The main thread's end is the process's, and the clean-up's affair.
 class CMNThreadEnd
 {
 public:
@@ -38,7 +29,7 @@ public:
     ~CMNThreadEnd()
     {
         CMNThreadLocal& local = t_Local;
-        if (local.m_pThread && local.m_pThread->IsAdopted() && local.m_dwInLoop == 0 && !IsMainThread())
+        if (local.m_pThread && local.m_pThread->IsAdopted() && local.m_dwInLoop == 0 && !CMNThreadLocal::IsMainThread())
             local.m_pThread->EndAdopted();
         local.m_bEnded = true;
         local.m_Buffers.Flush();
@@ -63,6 +54,15 @@ thread_local CMNThreadEnd t_End;
 CMNThreadLocal& CMNThreadLocal::Get() noexcept
 {
     return t_Local;
+}
+
+bool CMNThreadLocal::IsMainThread() noexcept
+{
+#if defined(__linux__)
+    return ::syscall(SYS_gettid) == ::getpid();
+#else
+    return ::pthread_main_np() != 0;
+#endif
 }
 
 void CMNThreadLocal::GiveBackAtEnd() noexcept

@@ -25,6 +25,9 @@ struct CMNThreadLocal
 
     static CMNThreadLocal& Get() noexcept;
 
+    // Whether the calling thread is the one that runs main.
+    static bool IsMainThread() noexcept;
+
     // Has what the thread holds given back when it ends: to be called when something is taken.
     void GiveBackAtEnd() noexcept;
 };

@@ -4,9 +4,9 @@
 #include <cstdlib>
 
 #include "CMNManualClockCore.h"
+#include "CMNThreadImpl.h"
 #include "CMNThreadLocal.h"
 #include "CMNThreadManagerImpl.h"
-#include "mantle/CMNThread.h"
 
 namespace mantle
 {
@@ -50,7 +50,7 @@ CMNThread* CMNThreadManager::GetThread(TType type)
         return CMNThreadLocal::Get().m_pThread;
     CGuard guard(m_pImpl->m_Mutex);
     for (const CImpl::CEntry& entry : m_pImpl->m_Threads) {
-        if (entry.m_pThread->GetThreadType() == type)
+        if (entry.m_pThread->m_pImpl->m_nType.load() == type)
             return entry.m_pThread;
     }
     return nullptr;
@@ -96,16 +96,18 @@ CMNThread* CMNThreadManager::AttachCurrentThread(CMNThread* thread) noexcept
 
 void CMNThreadManager::RegisterThread(CMNThread* thread, bool owned)
 {
-    if (!thread)
-        return;
     CGuard guard(m_pImpl->m_Mutex);
-    for (CImpl::CEntry& entry : m_pImpl->m_Threads) {
-        if (entry.m_pThread == thread) {
-            entry.m_bOwned = entry.m_bOwned || owned;
-            return;
-        }
-    }
-    m_pImpl->m_Threads.push_back(CImpl::CEntry{thread, owned});
+    if (thread)
+        m_pImpl->Register(thread, owned);
+}
+
+bool CMNThreadManager::EnlistThread(CMNThread* thread)
+{
+    CGuard guard(m_pImpl->m_Mutex);
+    if (IsCleaningUp())
+        return false;
+    m_pImpl->Register(thread, false);
+    return true;
 }
 
 void CMNThreadManager::UnregisterThread(CMNThread* thread)
@@ -115,6 +117,17 @@ void CMNThreadManager::UnregisterThread(CMNThread* thread)
     threads.erase(std::remove_if(threads.begin(), threads.end(),
                                  [thread](const CImpl::CEntry& entry) { return entry.m_pThread == thread; }),
                   threads.end());
+}
+
+void CMNThreadManager::CImpl::Register(CMNThread* thread, bool owned)
+{
+    for (CEntry& entry : m_Threads) {
+        if (entry.m_pThread == thread) {
+            entry.m_bOwned = entry.m_bOwned || owned;
+            return;
+        }
+    }
+    m_Threads.push_back(CEntry{thread, owned});
 }
 
 void CMNThreadManager::SetJoinBound(const CMNTimeValue& bound)

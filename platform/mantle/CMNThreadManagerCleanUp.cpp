@@ -1,9 +1,9 @@
 // The orderly end of the process.
 #include "CMNManualClockCore.h"
+#include "CMNThreadImpl.h"
 #include "CMNThreadLocal.h"
 #include "CMNThreadManagerImpl.h"
 #include "mantle/CMNSingleton.h"
-#include "mantle/CMNThread.h"
 #include "mantle/IMNTraceManager.h"
 
 namespace mantle
@@ -77,33 +77,38 @@ CMNTimeValue CMNThreadManager::CImpl::GetJoinBound()
     return m_tvJoinBound;
 }
 
+// All are asked first, then each is waited for.
 bool CMNThreadManager::CImpl::EndThreads(const std::vector<CMNThread*>& threads, bool user, CMNThread* self)
 {
     const CMNTimeValue bound = GetJoinBound();
-    bool ended = true;
+    std::vector<CMNThread*> asked;
     for (CMNThread* thread : threads) {
-        if (thread != self && thread->IsUserThread() == user && thread->IsRunning() && !thread->IsAdopted())
+        if (thread == self || thread->IsUserThread() != user || !thread->IsRunning())
+            continue;
+        asked.push_back(thread);
+        // A thread that is being created opens what Stop closes, and main would go on to a second end of the process.
+        if (!thread->IsAdopted())
+            thread->m_pImpl->m_Initialised.Wait(&bound);
+        if (thread->GetThreadType() != TT_MAIN)
             thread->Stop(nullptr);
     }
-    for (CMNThread* thread : threads) {
-        if (thread == self || thread->IsUserThread() != user)
-            continue;
-        bool back = true;
-        if (thread->IsAdopted())
-            back = EndAdopted(*thread);
-        else if (thread->JoinFor(bound) == MN_ERROR_NOT_FOUND)
-            back = false;
-        if (!back)
+    bool ended = true;
+    for (CMNThread* thread : asked) {
+        if (!EndThread(*thread)) {
             TraceLeft(*thread);
-        ended = ended && back;
+            ended = false;
+        }
     }
     return ended;
 }
 
 // An adopted thread cannot be joined. What matters is that it runs no callback.
-bool CMNThreadManager::CImpl::EndAdopted(CMNThread& thread)
+bool CMNThreadManager::CImpl::EndThread(CMNThread& thread)
 {
-    return !thread.IsInLoop();
+    if (!thread.IsAdopted())
+        return thread.JoinFor(GetJoinBound()) != MN_ERROR_NOT_FOUND;
+    const bool main = thread.GetThreadType() == TT_MAIN;
+    return thread.WaitLoopLeft(main ? CMNTimeValue::s_tvZero : GetJoinBound()) == MN_OK;
 }
 
 void CMNThreadManager::CImpl::DestroyObjects(CMNThread* self)

@@ -3,34 +3,15 @@
 #define MANTLE_CMNTHREADMANAGERIMPL_H
 
 #include <atomic>
-#include <mutex>
 #include <vector>
 
+#include "CMNMutexRecursive.h"
 #include "CMNPendingDeleteList.h"
 #include "mantle/CMNEventThread.h"
 #include "mantle/CMNThreadManager.h"
 
 namespace mantle
 {
-
-// Recursive: making one singleton may need another.
-class CMNSingletonMutex : public CMNMutexThreadBase
-{
-public:
-    int Lock() MN_NO_THREAD_SAFETY_ANALYSIS override
-    {
-        m_Mutex.lock();
-        return 0;
-    }
-    int UnLock() MN_NO_THREAD_SAFETY_ANALYSIS override
-    {
-        m_Mutex.unlock();
-        return 0;
-    }
-
-private:
-    std::recursive_mutex m_Mutex;
-};
 
 class CMNThreadManager::CImpl
 {
@@ -48,12 +29,13 @@ public:
         bool m_bOwned;
     };
 
+    void Register(CMNThread* thread, bool owned) MN_REQUIRES(m_Mutex);
     std::vector<CMNThread*> GetThreads();
     CMNTimeValue GetJoinBound();
 
     // Stops and joins the user threads, or the others. Returns: whether all have come back.
     bool EndThreads(const std::vector<CMNThread*>& threads, bool user, CMNThread* self);
-    bool EndAdopted(CMNThread& thread);
+    bool EndThread(CMNThread& thread);
     void DestroyObjects(CMNThread* self);
     void DeletePending(CMNThread* self);
     void DeleteOwnedThreads();
@@ -61,7 +43,7 @@ public:
     std::atomic<EPhase> m_ePhase{EPhase::RUNNING};
     std::atomic<TType> m_nNextType;
     CMNEventThread m_Over{1, 0};
-    CMNSingletonMutex m_SingletonMutex;
+    CMNMutexRecursive m_SingletonMutex;  // making one singleton may need another
     CMNPendingDeleteList m_PendingDeletes;  // of the thread that cleans up
 
     CMNMutexThread m_Mutex;

@@ -7,6 +7,7 @@
 #include "CMNThreadLocal.h"
 #include "CMNTimerQueueUser.h"
 #include "mantle/CMNClock.h"
+#include "mantle/CMNEventThread.h"
 #include "mantle/CMNWaiter.h"
 
 namespace mantle
@@ -36,34 +37,32 @@ public:
     CMNEventQueueUser m_Events;
     CMNTimerQueueUser m_Timers;
     std::atomic<bool> m_bStop{false};
-    std::atomic<bool> m_bInLoop{false};
+    unsigned int m_dwInLoop = 0;      // the own thread's: nested runs of callbacks
+    CMNEventThread m_LoopLeft{1, 1};  // signalled while no callbacks run
 };
 
-namespace
-{
-
 // Marks, on the thread and for the others, that callbacks run.
-class CInLoop
+class CMNThreadUser::CInLoop
 {
 public:
-    explicit CInLoop(std::atomic<bool>& inLoop) : m_bInLoop(inLoop), m_bBefore(inLoop.exchange(true))
+    explicit CInLoop(CImpl& impl) : m_Impl(impl)
     {
         ++CMNThreadLocal::Get().m_dwInLoop;
+        if (m_Impl.m_dwInLoop++ == 0)
+            m_Impl.m_LoopLeft.Reset();
     }
     ~CInLoop()
     {
         --CMNThreadLocal::Get().m_dwInLoop;
-        m_bInLoop.store(m_bBefore);
+        if (--m_Impl.m_dwInLoop == 0)
+            m_Impl.m_LoopLeft.Signal();
     }
     CInLoop(const CInLoop&) = delete;
     CInLoop& operator=(const CInLoop&) = delete;
 
 private:
-    std::atomic<bool>& m_bInLoop;
-    const bool m_bBefore;
+    CImpl& m_Impl;
 };
-
-}  // namespace
 
 CMNThreadUser::CMNThreadUser() : m_pImpl(std::make_unique<CImpl>(*this)) {}
 
@@ -74,9 +73,13 @@ CMNThreadUser::~CMNThreadUser()
         Stop();
         Join();
     }
-    DrainEvents();
-    if (self)
+    if (self) {
+        DrainEvents();
         GetPendingDeletes().DeleteAll(&m_pImpl->m_Timers);
+    } else {
+        CloseQueue();
+        m_pImpl->m_Timers.Close();
+    }
 }
 
 MNResult CMNThreadUser::Stop(CMNTimeValue* timeout)
@@ -113,7 +116,7 @@ void CMNThreadUser::DrainEvents()
     m_pImpl->m_Events.Close();
     for (int round = 0; round < s_nDrainRounds; ++round) {
         const unsigned long destroyed = m_pImpl->m_Events.DestroyPending();
-        if (IsInLoop())
+        if (m_pImpl->m_dwInLoop != 0)
             return;
         if (m_pImpl->m_Timers.CheckExpire(nullptr, ULONG_MAX) == 0 && destroyed == 0)
             break;
@@ -121,9 +124,9 @@ void CMNThreadUser::DrainEvents()
     m_pImpl->m_Timers.Close();
 }
 
-bool CMNThreadUser::IsInLoop()
+MNResult CMNThreadUser::WaitLoopLeft(const CMNTimeValue& bound)
 {
-    return m_pImpl->m_bInLoop.load();
+    return m_pImpl->m_LoopLeft.Wait(&bound);
 }
 
 CMNThreadUser* CMNThreadUser::AdoptCurrentThread()
@@ -134,8 +137,8 @@ CMNThreadUser* CMNThreadUser::AdoptCurrentThread()
     if (manager->IsCleaningUp())
         return nullptr;
     auto* thread = new CMNThreadUser;
-    const bool first = !manager->GetThread(CMNThreadManager::TT_MAIN);
-    thread->CreateNotRun(first ? CMNThreadManager::TT_MAIN : manager->GetNewThreadType());
+    const bool main = CMNThreadLocal::IsMainThread() && !manager->GetThread(CMNThreadManager::TT_MAIN);
+    thread->CreateNotRun(main ? CMNThreadManager::TT_MAIN : manager->GetNewThreadType());
     return thread;
 }
 
@@ -143,9 +146,9 @@ MNResult CMNThreadUser::RunEventLoop()
 {
     if (!CMNThreadManager::IsEqualCurrentThread(GetThreadId()))
         return MN_ERROR_FAILURE;
-    if (IsInLoop())
+    if (m_pImpl->m_dwInLoop != 0)
         return MN_ERROR_UNEXPECTED;
-    const CInLoop inLoop(m_pImpl->m_bInLoop);
+    const CInLoop inLoop(*m_pImpl);
     std::atomic<bool>& stop = m_pImpl->m_bStop;
     CMNEventQueueUser& events = m_pImpl->m_Events;
     CMNWaiter& waiter = CMNWaiter::Current();
@@ -168,7 +171,7 @@ unsigned long CMNThreadUser::RunPending(unsigned long maximum)
 {
     if (!CMNThreadManager::IsEqualCurrentThread(GetThreadId()))
         return 0;
-    const CInLoop inLoop(m_pImpl->m_bInLoop);
+    const CInLoop inLoop(*m_pImpl);
     const std::atomic<bool> stop{false};
     const unsigned long ran = m_pImpl->m_Events.Run(maximum, stop);
     return ran + m_pImpl->m_Timers.CheckExpire(nullptr, maximum - ran);

@@ -15,7 +15,7 @@ IMNTraceManager* IMNTraceManager::Instance()
 
 IMNTraceSink* CMNTraceManager::SetSink(IMNTraceSink* sink)
 {
-    std::lock_guard<std::recursive_mutex> lock(m_Mutex);
+    CMNMutexGuardT<CMNMutexRecursive> guard(m_Mutex);
     IMNTraceSink* before = m_pSink;
     m_pSink = sink;
     return before;
@@ -27,7 +27,7 @@ void CMNTraceManager::Trace(int level, const char* text)
     if (!text)
         return;
     CMNThreadLocal& local = CMNThreadLocal::Get();
-    std::lock_guard<std::recursive_mutex> lock(m_Mutex);
+    CMNMutexGuardT<CMNMutexRecursive> guard(m_Mutex);
     ++local.m_dwInTrace;
     if (m_pSink && local.m_dwInTrace == 1)
         m_pSink->OnTrace(level, text);

@@ -2,8 +2,7 @@
 #ifndef MANTLE_CMNTRACEMANAGER_H
 #define MANTLE_CMNTRACEMANAGER_H
 
-#include <mutex>
-
+#include "CMNMutexRecursive.h"
 #include "mantle/IMNTraceManager.h"
 
 namespace mantle
@@ -16,8 +15,8 @@ public:
     void Trace(int level, const char* text) override;
 
 private:
-    std::recursive_mutex m_Mutex;  // held while the sink runs: one line at a time, and no line after SetSink
-    IMNTraceSink* m_pSink = nullptr;
+    CMNMutexRecursive m_Mutex;  // held while the sink runs: one line at a time, and no line after SetSink
+    IMNTraceSink* m_pSink MN_GUARDED_BY(m_Mutex) = nullptr;
 };
 
 }  // namespace mantle

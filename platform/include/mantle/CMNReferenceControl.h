@@ -170,11 +170,7 @@ public:
     }
     CMNAutoPtr(const CMNAutoPtr& other) : CMNAutoPtr(other.m_pObject) {}
     CMNAutoPtr(CMNAutoPtr&& other) noexcept : m_pObject(other.m_pObject) { other.m_pObject = nullptr; }
-    ~CMNAutoPtr()
-    {
-        if (m_pObject)
-            m_pObject->ReleaseReference();
-    }
+    ~CMNAutoPtr() { ParaOut(); }
 
     CMNAutoPtr& operator=(CMNAutoPtr other) noexcept
     {

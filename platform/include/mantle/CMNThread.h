@@ -78,10 +78,11 @@ public:
 
     // What the clean-up asks of a user thread. RefuseEvents (any thread): posts are refused from now on, and a
     // running loop destroys what is pending. DrainEvents (the own thread): destroys what is pending and fires the
-    // timers that are due, until neither is left. IsInLoop (any thread): whether it runs events now or may do so.
+    // timers that are due, until neither is left. WaitLoopLeft (any thread): waits, `bound` at most, until the
+    // thread runs no callbacks; 0, or 10011 at the bound.
     virtual void RefuseEvents() {}
     virtual void DrainEvents() {}
-    virtual bool IsInLoop() { return false; }
+    virtual MNResult WaitLoopLeft(const CMNTimeValue& bound);
 
     // Whether the thread has been started and its run has not ended. Thread: any.
     bool IsRunning() const noexcept;

@@ -73,9 +73,12 @@ public:
 private:
     friend class CMNCleanUpBase;
     friend class CMNPendingDelete;
+    friend class CMNThread;
     CMNThreadManager();
     ~CMNThreadManager();
 
+    // Registers a thread that is about to start. Returns: false when the clean-up has begun.
+    bool EnlistThread(CMNThread* thread);
     void AddCleanUp(CMNCleanUpBase* object);
     void RemoveCleanUp(CMNCleanUpBase* object);
     CMNPendingDeleteList& GetCleanUpDeletes() noexcept;

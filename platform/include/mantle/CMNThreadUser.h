@@ -26,7 +26,7 @@ public:
     bool IsUserThread() override { return true; }
     void RefuseEvents() override;
     void DrainEvents() override;
-    bool IsInLoop() override;
+    MNResult WaitLoopLeft(const CMNTimeValue& bound) override;
 
     // Adopts the calling thread, normally main, as a user thread. The object belongs to the manager and stays
     // valid until the process ends. Returns it, the same one when the thread is adopted already; null when the
@@ -46,6 +46,7 @@ public:
 
 private:
     class CImpl;
+    class CInLoop;
     std::unique_ptr<CImpl> m_pImpl;
 };
 
