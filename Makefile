@@ -1,0 +1,70 @@
+# A thin front for the CMake presets (CMakePresets.json). Each preset builds in build/<preset>.
+
+JOBS ?= $(shell nproc)
+PREFIX ?= /usr/local
+FILE ?=
+
+.DEFAULT_GOAL := build
+.PHONY: help deps build demo test asan tsan clang soak bench format lint docs install clean
+
+help:
+	@echo 'deps     packages (as root) and the source of lwIP'
+	@echo 'build    the release build'
+	@echo 'demo     copies a file through the stack: make demo [FILE=...]'
+	@echo 'test     the tests; make asan, make tsan: the same under sanitizers; make clang: built by clang'
+	@echo 'soak     the long tests'
+	@echo 'bench    the benchmarks'
+	@echo 'format   clang-format over all sources; lint: clang-tidy, cppcheck, format and words'
+	@echo 'docs     reference pages by doxygen'
+	@echo 'install  into PREFIX=$(PREFIX); DESTDIR is honoured'
+	@echo 'clean    removes the builds'
+
+deps:
+	@sh scripts/deps.sh
+
+# Configures and builds the preset $(1).
+build_preset = cmake --preset $(1) && cmake --build --preset $(1) --parallel $(JOBS)
+
+build: deps
+	$(call build_preset,release)
+
+demo: build
+	build/release/bin/filecopy $(FILE)
+
+test: build
+	ctest --preset release --parallel $(JOBS)
+
+asan tsan: deps
+	$(call build_preset,$@)
+	ctest --preset $@ --parallel $(JOBS)
+
+clang:
+	@sh scripts/deps.sh clang
+	$(call build_preset,$@)
+	ctest --preset $@ --parallel $(JOBS)
+
+soak: build
+	ctest --preset soak
+
+bench:
+	@sh scripts/deps.sh bench
+	$(call build_preset,bench)
+	cmake --build --preset bench --target run_bench
+
+format:
+	@sh scripts/deps.sh lint
+	@sh scripts/format.sh
+
+lint:
+	@sh scripts/deps.sh lint
+	@JOBS=$(JOBS) sh scripts/lint.sh
+
+docs:
+	@sh scripts/deps.sh docs
+	doxygen docs/Doxyfile
+
+install: build
+	DESTDIR="$(DESTDIR)" cmake --install build/release --prefix "$(PREFIX)"
+
+clean:
+	rm -rf build
