@@ -110,6 +110,16 @@ std::vector<CScriptedCall> CScriptedStack::TakeRecords()
     return records;
 }
 
+void CScriptedStack::Note(const std::string& text)
+{
+    auto note = std::make_shared<CScriptedCall>();
+    note->m_strName = "note";
+    note->m_strText = text;
+    CLock lock(m_Mutex);
+    if (m_bRecording)
+        m_Calls.push_back(note);
+}
+
 unsigned int CScriptedStack::CountOf(const std::string& name) const
 {
     CheckName(name);

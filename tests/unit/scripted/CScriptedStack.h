@@ -58,6 +58,10 @@ public:
     std::vector<std::string> TakeCallsOf(const std::string& name);
     std::vector<CScriptedCall> TakeRecords();
 
+    // Puts a line of the test's own into the record, so that what a sink or a reactor is told stands between the
+    // calls of the stack, in order.
+    void Note(const std::string& text);
+
     // Calls of one function since the start, taken ones included; on one handle.
     unsigned int CountOf(const std::string& name) const;
     unsigned int CountOf(const std::string& name, int handle) const;
