@@ -1,0 +1,290 @@
+// Many threads at once: every call from anywhere, no lost wake-up, nobody starved.
+#include <algorithm>
+#include <atomic>
+#include <set>
+#include <thread>
+
+#include "KitLink.h"
+#include "KitPackets.h"
+#include "mantle/CMNClock.h"
+
+using namespace kit;
+
+namespace
+{
+
+constexpr int s_nThreads = 4;
+
+// Runs the function in several threads, each with its number, to their ends.
+void InThreads(int count, const std::function<void(int)>& run)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i) {
+        threads.emplace_back(run, i);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+bool Echo(const CPair& pair, std::size_t length)
+{
+    return Transfer(pair.m_Client.Get(), pair.m_Server.Get(), length) &&
+           Transfer(pair.m_Server.Get(), pair.m_Client.Get(), length);
+}
+
+}  // namespace
+
+TEST(Threads, EachItsConnections_Echo_AllArrives)
+{
+    StartStack();
+    InThreads(s_nThreads, [](int number) {
+        for (std::size_t round = 0; round < 15; ++round) {
+            const CPair pair = Connected();
+            ASSERT_TRUE(Echo(pair, 1000 * round + 77 * static_cast<std::size_t>(number) + 1));
+            ASSERT_TRUE(Echo(pair, 40000));
+        }
+    });
+}
+
+TEST(Threads, OneConnection_FourDirectionsAtOnce_AllArrives)
+{
+    constexpr std::size_t total = 3000000;
+    const CPair pair = Connected();
+    InThreads(4, [&](int number) {
+        const int ends[2] = {pair.m_Client.Get(), pair.m_Server.Get()};
+        const int end = ends[number % 2];
+        if (number < 2) {
+            for (std::size_t sent = 0; sent < total;) {
+                const long taken = SendPattern(end, sent, std::min<std::size_t>(9999, total - sent));
+                ASSERT_GE(taken, 0);
+                sent += static_cast<std::size_t>(taken);
+                ASSERT_TRUE(taken > 0 || WaitFor(end, PS_POLLOUT) != 0);
+            }
+        } else {
+            ASSERT_TRUE(ReceivePattern(end, 0, total));
+        }
+    });
+}
+
+TEST(Threads, OneDatagramSocket_AllSend_EachDatagramWhole)
+{
+    const CSocket receiver = BoundUdp();
+    const CSocket sender = BoundUdp();
+    const CAddress to = LocalAddress(receiver.Get());
+    std::atomic<int> running{s_nThreads};
+    std::thread reader([&] {
+        std::size_t seen = 0;
+        while (running.load() > 0 || Look(receiver.Get(), PS_POLLIN) != 0) {
+            if (WaitFor(receiver.Get(), PS_POLLIN, 10) == 0) {
+                continue;
+            }
+            const CBytes datagram = ReceiveDatagram(receiver.Get());
+            ASSERT_GE(datagram.size(), 2U);
+            ASSERT_EQ(CBytes(datagram.size(), datagram[0]), datagram);
+            ++seen;
+        }
+        EXPECT_GT(seen, 0U);
+    });
+    InThreads(s_nThreads, [&](int number) {
+        for (std::size_t i = 0; i < 2000; ++i) {
+            const CBytes datagram(2 + i % 700, static_cast<unsigned char>(number));
+            ASSERT_EQ(static_cast<long>(datagram.size()), SendTo(sender.Get(), datagram, to));
+        }
+        --running;
+    });
+    reader.join();
+}
+
+TEST(Threads, OneListener_AllAccept_EachConnectionOnce)
+{
+    constexpr int connections = 400;
+    const CSocket listener = Listener(CAddress::Loopback(), 1024);
+    const CAddress at = LocalAddress(listener.Get());
+    std::vector<CSocket> clients;
+    std::set<unsigned int> expected;
+    for (int i = 0; i < connections; ++i) {
+        clients.push_back(Tcp());
+        ASSERT_EQ(0, Connect(clients.back().Get(), at));
+        expected.insert(LocalAddress(clients.back().Get()).Port());
+    }
+    std::vector<std::vector<CSocket>> accepted(s_nThreads);
+    InThreads(s_nThreads, [&](int number) {
+        for (;;) {
+            CSocket one(ps_accept(listener.Get(), nullptr, nullptr));
+            if (one.Get() < 0) {
+                EXPECT_EQ(PS_EAGAIN, get_pserrno());
+                return;
+            }
+            accepted[static_cast<std::size_t>(number)].push_back(std::move(one));
+        }
+    });
+    std::multiset<unsigned int> ports;
+    for (const auto& some : accepted) {
+        for (const CSocket& one : some) {
+            ports.insert(PeerAddress(one.Get()).Port());
+        }
+    }
+    EXPECT_EQ(std::multiset<unsigned int>(expected.begin(), expected.end()), ports);
+}
+
+TEST(Threads, SocketsOpenAndClose_TransferBeside_Undisturbed)
+{
+    const CPair pair = Connected();
+    std::atomic<bool> stop{false};
+    std::thread transfer([&] {
+        for (int i = 0; i < 20; ++i) {
+            EXPECT_TRUE(Transfer(pair.m_Client.Get(), pair.m_Server.Get(), 200000));
+        }
+        stop = true;
+    });
+    InThreads(3, [&](int number) {
+        while (!stop) {
+            const CSocket tcp(ps_socket(PS_AF_INET, PS_SOCK_STREAM, 0));
+            const CSocket other(ps_socket(PS_AF_INET6, number == 0 ? PS_SOCK_DGRAM : PS_SOCK_STREAM, 0));
+            const CSocket raw(ps_socket(PS_AF_INET, PS_SOCK_RAW, 253));
+            ASSERT_GE(tcp.Get(), 1);
+            ASSERT_EQ(0, ps_socket_nonblock(tcp.Get()));
+            ASSERT_EQ(0, Bind(tcp.Get(), CAddress::Loopback()));
+            if (number == 1) {
+                ASSERT_EQ(0, ps_listen(tcp.Get(), 5));
+            } else {
+                ASSERT_EQ(0, Connect(tcp.Get(), CAddress::Loopback(9)));   // refused
+            }
+            Look(tcp.Get());
+            GetOption(tcp.Get(), PS_SOL_SOCKET, PS_SO_SNDBUF);
+            Counters();
+        }
+    });
+    transfer.join();
+}
+
+TEST(Threads, PingPongBetweenTwo_ManyRounds_NoWakeUpLost)
+{
+    constexpr int rounds = 20000;
+    const CPair pair = Connected();
+    const auto play = [](int handle, bool begins) {
+        char byte = 'p';
+        for (int i = 0; i < rounds; ++i) {
+            if (begins || i > 0) {
+                ASSERT_EQ(1, ps_send(handle, &byte, 1, 0));
+            }
+            ASSERT_NE(0, WaitFor(handle, PS_POLLIN)) << "round " << i;
+            ASSERT_EQ(1, ps_recv(handle, &byte, 1, 0));
+        }
+    };
+    std::thread other([&] {
+        play(pair.m_Server.Get(), false);
+        EXPECT_EQ(1, ps_send(pair.m_Server.Get(), "p", 1, 0));
+    });
+    play(pair.m_Client.Get(), true);
+    other.join();
+}
+
+TEST(Threads, BlockingPingPong_ManyRounds_NoWakeUpLost)
+{
+    constexpr int rounds = 20000;
+    const CPair pair = Connected();
+    EXPECT_EQ(0, ps_fcntl(pair.m_Client.Get(), PS_F_SETFL, 0));
+    EXPECT_EQ(0, ps_fcntl(pair.m_Server.Get(), PS_F_SETFL, 0));
+    std::thread other([&] {
+        char byte;
+        for (int i = 0; i < rounds; ++i) {
+            ASSERT_EQ(1, ps_recv(pair.m_Server.Get(), &byte, 1, 0));
+            ASSERT_EQ(1, ps_send(pair.m_Server.Get(), &byte, 1, 0));
+        }
+    });
+    char byte = 'p';
+    for (int i = 0; i < rounds; ++i) {
+        ASSERT_EQ(1, ps_send(pair.m_Client.Get(), &byte, 1, 0));
+        ASSERT_EQ(1, ps_recv(pair.m_Client.Get(), &byte, 1, 0));
+    }
+    other.join();
+}
+
+TEST(Threads, ManySocketsTwoSendersThreePollers_OverlappingSets_NothingLost)
+{
+    constexpr int sockets = 48;
+    constexpr int rounds = 6000;
+    std::vector<CPair> pairs;
+    const CSocket listener = Listener(CAddress::Loopback(), 64);
+    for (int i = 0; i < sockets; ++i) {
+        pairs.push_back(ConnectedThrough(listener));
+    }
+    std::atomic<long> received{0};
+    constexpr long total = 2L * rounds;
+    InThreads(5, [&](int number) {
+        if (number < 2) {
+            for (int i = 0; i < rounds; ++i) {
+                const std::size_t to = static_cast<std::size_t>((i * 7 + number * 24) % sockets);
+                ASSERT_EQ(1, ps_send(pairs[to].m_Client.Get(), "x", 1, 0));
+            }
+            return;
+        }
+        std::vector<ps_pollfd> entries;
+        for (int i = 0; i < sockets; ++i) {
+            if (number == 2 || i % 2 == number - 3) {
+                entries.push_back({pairs[static_cast<std::size_t>(i)].m_Server.Get(), PS_POLLIN, 0});
+            }
+        }
+        int idle = 0;
+        while (received.load() < total) {
+            const int ready = ps_poll(entries.data(), static_cast<unsigned int>(entries.size()), 500);
+            ASSERT_GE(ready, 0);
+            idle = ready == 0 ? idle + 1 : 0;
+            ASSERT_LT(idle, 40) << received.load() << " of " << total;
+            for (const ps_pollfd& entry : entries) {
+                char room[64];
+                const long got = entry.revents != 0 ? ps_recv(entry.fd, room, sizeof(room), 0) : 0;
+                ASSERT_GE(got, 0);
+                received += got;
+            }
+        }
+    });
+    EXPECT_EQ(total, received.load());
+}
+
+TEST(Threads, SeveralPollOneHandle_Ready_AllWake)
+{
+    const CPair pair = Connected();
+    std::thread sender([&] {
+        PassStackTime(20);
+        EXPECT_EQ(1, ps_send(pair.m_Client.Get(), "x", 1, 0));
+    });
+    InThreads(s_nThreads, [&](int) { EXPECT_EQ(PS_POLLIN, WaitFor(pair.m_Server.Get(), PS_POLLIN)); });
+    sender.join();
+}
+
+TEST(Threads, BulkInOne_SmallCallsInAnother_NotStarved)
+{
+    const CPair bulk = Connected();
+    const CPair small = Connected();
+    EXPECT_EQ(0, ps_set_snd_rcv_buffer(bulk.m_Client.Get(), 524288, 524288));
+    EXPECT_EQ(0, ps_set_snd_rcv_buffer(bulk.m_Server.Get(), 524288, 524288));
+    std::atomic<bool> stop{false};
+    std::thread other([&] {
+        while (!stop) {
+            EXPECT_TRUE(Transfer(bulk.m_Client.Get(), bulk.m_Server.Get(), 1000000, 500000));
+        }
+    });
+    const long long start = StackTimeMs();
+    for (std::size_t i = 0; i < 500; ++i) {
+        EXPECT_TRUE(Echo(small, 64));
+    }
+    EXPECT_LT(StackTimeMs() - start, s_nLimitMs);
+    stop = true;
+    other.join();
+}
+
+TEST(Threads, NobodyCalls_TimePasses_StackRepeatsByItself)
+{
+    // The answer to an opening segment is repeated although no thread calls into the stack.
+    mantle::CMNManualClock clock;
+    CLink link("10.9.0.1");
+    const CSocket listener = Listener(CAddress::V4(10, 9, 0, 1, 0));
+    const CAddress peer = CAddress::V4(10, 9, 0, 2, 20000);
+    EXPECT_EQ(0U, link.Inject(TcpPacket(peer, LocalAddress(listener.Get()), s_cTcpSyn, 1000, 0)));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_FALSE(link.Take([](const CBytes& packet) { return IsTcp(packet, 20000); }, 60000).empty()) << i;
+    }
+}
