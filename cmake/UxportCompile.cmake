@@ -20,6 +20,8 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+# The installed libraries find each other beside themselves.
+set(CMAKE_INSTALL_RPATH "$ORIGIN")
 
 if(UXPORT_SANITIZE)
     add_compile_options(-fsanitize=${UXPORT_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

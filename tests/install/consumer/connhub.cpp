@@ -1,0 +1,6 @@
+#include <connhub/connhub.h>
+
+int main()
+{
+    return 0;
+}
