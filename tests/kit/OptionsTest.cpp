@@ -212,7 +212,7 @@ TEST(Options, NoKeepAlive_PeerVanished_NothingNoticed)
     CWire wire;
     CPair pair = wire.Connect();
     wire.Cut();
-    EXPECT_EQ(0, WaitFor(pair.m_Client.Get(), PS_POLLIN, 36000000));
+    EXPECT_EQ(0, WaitFor(pair.m_Client.Get(), PS_POLLIN, 10800000));
     EXPECT_EQ(0, ps_is_socket_errno(pair.m_Client.Get()));
 }
 

@@ -1,6 +1,7 @@
 // Many threads at once: every call from anywhere, no lost wake-up, nobody starved.
 #include <algorithm>
 #include <atomic>
+#include <random>
 #include <set>
 #include <thread>
 
@@ -274,6 +275,48 @@ TEST(Threads, BulkInOne_SmallCallsInAnother_NotStarved)
     EXPECT_LT(StackTimeMs() - start, s_nLimitMs);
     stop = true;
     other.join();
+}
+
+TEST(Threads, SameSockets_AnyCallFromAnyThread_Survives)
+{
+    // Handles that other threads close at any moment: every call ends, and the stack works afterwards.
+    constexpr std::size_t shared = 8;
+    const CSocket listener = Listener(CAddress::Loopback(), 64);
+    const CAddress at = LocalAddress(listener.Get());
+    std::atomic<int> handles[shared];
+    for (std::atomic<int>& handle : handles) {
+        handle = Tcp().Release();
+    }
+    InThreads(s_nThreads, [&](int number) {
+        std::mt19937 random(static_cast<unsigned int>(number));
+        CBytes room(5000);
+        for (int i = 0; i < 6000; ++i) {
+            std::atomic<int>& slot = handles[random() % shared];
+            const int handle = slot.load();
+            ps_pollfd entry = {handle, s_nInOut, 0};
+            switch (random() % 10) {
+            case 0: ps_close(slot.exchange((random() % 4 == 0 ? Udp() : Tcp()).Release())); break;
+            case 1: Connect(handle, at); break;
+            case 2: ps_send(handle, room.data(), random() % room.size(), 0); break;
+            case 3: ps_recv(handle, room.data(), room.size(), 0); break;
+            case 4: ps_poll(&entry, 1, static_cast<int>(random() % 2)); break;
+            case 5: {
+                const int accepted = ps_accept(listener.Get(), nullptr, nullptr);
+                ps_socket_nonblock(accepted);
+                ps_close(slot.exchange(accepted));
+                break;
+            }
+            case 6: ps_shutdown(handle, random() % 2 ? PS_SHUT_WR : PS_SHUT_RD); break;
+            case 7: SetOption(handle, PS_SOL_SOCKET, PS_SO_RCVBUF, static_cast<int>(random() % 600000)); break;
+            case 8: Waiting(handle); break;
+            default: ps_is_socket_errno(handle); break;
+            }
+        }
+    });
+    for (std::atomic<int>& handle : handles) {
+        ps_close(handle.load());
+    }
+    EXPECT_TRUE(Echo(Connected(), 100000));
 }
 
 TEST(Threads, NobodyCalls_TimePasses_StackRepeatsByItself)
