@@ -1,6 +1,7 @@
 // Many threads at once: every call from anywhere, no lost wake-up, nobody starved.
 #include <algorithm>
 #include <atomic>
+#include <ctime>
 #include <random>
 #include <set>
 #include <thread>
@@ -254,6 +255,15 @@ TEST(Threads, SeveralPollOneHandle_Ready_AllWake)
     });
     InThreads(s_nThreads, [&](int) { EXPECT_EQ(PS_POLLIN, WaitFor(pair.m_Server.Get(), PS_POLLIN)); });
     sender.join();
+}
+
+TEST(Threads, TwoPollOneIdleHandle_NoEvent_ProcessorIdle)
+{
+    // Waiters on one handle must not wake each other in turn.
+    const CPair pair = Connected();
+    const std::clock_t start = std::clock();
+    InThreads(2, [&](int) { EXPECT_EQ(0, WaitFor(pair.m_Server.Get(), PS_POLLIN, 1000)); });
+    EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC / 3);
 }
 
 TEST(Threads, BulkInOne_SmallCallsInAnother_NotStarved)
