@@ -10,6 +10,8 @@
 #include "CIPTimerSource.h"
 #include "CIPWakeList.h"
 
+struct pbuf;
+
 namespace ipstack
 {
 
@@ -52,8 +54,10 @@ public:
     // Has `link` send what its queue holds once the lock is given up. State: the core lock is held.
     void AddOutput(CIPLink* link);
 
-    // Tells that a fragment was taken in: reassembly needs its timer for a while. State: the core lock is held.
+    // Tells that a fragment may have been taken in: reassembly needs its timer for a while. State: the core lock
+    // is held.
     void NoteFragment();
+    static bool IsFragment(const pbuf* packet) noexcept;
 
     // Packets on the stack's own queues now. State: the core lock is held. For tests.
     bool HasPackets() const noexcept;
@@ -66,20 +70,20 @@ private:
     ~CIPCore() = delete;
 
     void Lock();
+
+    // Gives the lock up as it is, signals waiters, sends link output.
     void Unlock();
 
-    // Drains packets, gives the lock up, signals waiters, sends link output. `limited`: the call's bound holds
-    // and the rest is left to the stack's own thread.
-    void Leave(bool limited);
+    // Drains packets within the call's bound, what is beyond is left to the stack's own thread, and gives the
+    // lock up.
+    void Leave();
 
-    // Takes up to `limit` packets off the netifs' loopback queues.
+    // Takes up to `limit` packets off the links' own queues. Returns their number.
     unsigned int DrainStretch(unsigned int limit);
 
-    // lwIP's deadlines; NoDeadline when it has none. State: the core lock is held.
+    // lwIP's next deadline. StepTimer runs the earliest one that is due. State: the core lock is held.
     long long NextDeadline() const noexcept;
-    void RunDueTimers(long long now);
-    bool StepTimer(long long now);
-    void NoteTimerNeed();
+    void StepTimer(long long now);
 
     std::mutex m_Mutex;
     std::atomic<unsigned int> m_dwWaiting{0};   // threads that want the lock now
@@ -101,7 +105,7 @@ class CIPCoreGuard
 {
 public:
     CIPCoreGuard() { CIPCore::Instance().Lock(); }
-    ~CIPCoreGuard() { CIPCore::Instance().Leave(true); }
+    ~CIPCoreGuard() { CIPCore::Instance().Leave(); }
     CIPCoreGuard(const CIPCoreGuard&) = delete;
     CIPCoreGuard& operator=(const CIPCoreGuard&) = delete;
 };

@@ -1,0 +1,310 @@
+// Sending and receiving of TCP sockets.
+#include <algorithm>
+#include <climits>
+#include <cstring>
+
+#include "CIPCounters.h"
+#include "CIPSocketTcp.h"
+#include "lwip/priv/tcp_priv.h"
+
+namespace ipstack
+{
+
+namespace
+{
+
+using Guard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
+
+// A socket is writable when an eighth of its limit is free and lwIP's list of buffers is not nearly full.
+constexpr std::size_t s_nWritableShare = 8;
+constexpr u16_t s_wWritableQueue = TCP_SND_QUEUELEN / 4 * 3;
+
+constexpr std::size_t s_nWriteMost = 0xFFFF;   // lwIP's lengths have 16 bits
+
+// The promise of the handshake has 16 bits, and windows that are scaled come in steps of 16 bytes.
+constexpr std::uint32_t s_dwStep = 1u << TCP_RCV_SCALE;
+constexpr std::uint32_t s_dwPromised = 0xFFFF;
+constexpr std::uint32_t s_dwPromisedInSteps = s_dwPromised / s_dwStep * s_dwStep;
+
+}  // namespace
+
+std::size_t CIPSocketTcp::GetRoom(const tcp_pcb* pcb) const noexcept
+{
+    const std::size_t limit = std::max<std::size_t>(static_cast<std::size_t>(m_nSendLimit.load()), 2u * pcb->mss);
+    const std::size_t used = TCP_SND_BUF - pcb->snd_buf;
+    return limit > used ? std::min<std::size_t>(limit - used, pcb->snd_buf) : 0;
+}
+
+bool CIPSocketTcp::IsWritable(const tcp_pcb* pcb) const noexcept
+{
+    const auto limit = static_cast<std::size_t>(m_nSendLimit.load());
+    return GetRoom(pcb) >= std::max(s_nWhole, limit / s_nWritableShare) && pcb->snd_queuelen < s_wWritableQueue;
+}
+
+void CIPSocketTcp::UpdateOut(const tcp_pcb* pcb)
+{
+    if (IsWritable(pcb)) {
+        RaiseLocked(CIPReadiness::s_dwOut);
+    } else {
+        Clear(CIPReadiness::s_dwOut);
+    }
+}
+
+void CIPSocketTcp::OnSent(tcp_pcb* pcb)
+{
+    if (m_eState == Connected && !m_bSendShut && IsWritable(pcb)) {
+        RaiseLocked(CIPReadiness::s_dwOut);
+    }
+}
+
+bool CIPSocketTcp::WriteWhole(tcp_pcb* pcb, const char* data, u16_t length)
+{
+    u8_t flags = TCP_WRITE_FLAG_COPY;
+    const u16_t size = pcb->mss;
+    if (tcp_seg* last = pcb->unsent) {
+        flags |= TCP_WRITE_FLAG_MORE;
+        while (last->next) {
+            last = last->next;
+        }
+        const auto most = static_cast<u16_t>(std::min<u32_t>(size, std::min<u32_t>(pcb->snd_wnd_max / 2, 0xFFFF)));
+        if (last->len < most && most - last->len < length) {
+            // It would be cut at the segment's end, and its parts might arrive one by one: begin a new segment.
+            pcb->unsent_oversize = 0;
+            pcb->mss = last->len;
+        }
+    } else if (pcb->unacked) {
+        flags |= TCP_WRITE_FLAG_MORE;
+    }
+    const err_t error = tcp_write(pcb, data, length, flags);
+    pcb->mss = size;
+    return error == ERR_OK;
+}
+
+long CIPSocketTcp::Write(const ps_iovec* pieces, unsigned long count, unsigned long total, unsigned long skip)
+{
+    if (IsClosed() || m_eState != Connected) {
+        return m_eState == Connecting && !IsClosed() ? 0 : -GetStateError(PS_ENOTCONN);
+    }
+    tcp_pcb* pcb = GetPcb();
+    if (m_bSendShut || !pcb) {
+        return -PS_EPIPE;
+    }
+    if (total == 0) {
+        return 0;
+    }
+    if (m_dwUncredited.load(std::memory_order_relaxed) >= s_dwStep) {
+        Credit(pcb, false);   // the new window goes along with the data
+    }
+    long done = 0;
+    if (total <= s_nWhole) {
+        char whole[s_nWhole];
+        std::size_t length = 0;
+        for (unsigned long i = 0; i < count; ++i) {
+            if (pieces[i].iov_len != 0) {
+                std::memcpy(whole + length, pieces[i].iov_base, pieces[i].iov_len);
+                length += pieces[i].iov_len;
+            }
+        }
+        if (GetRoom(pcb) >= length && WriteWhole(pcb, whole, static_cast<u16_t>(length))) {
+            done = static_cast<long>(length);
+        }
+    } else {
+        bool full = false;
+        for (unsigned long i = 0; i < count && !full; ++i) {
+            const char* data = static_cast<const char*>(pieces[i].iov_base);
+            unsigned long left = pieces[i].iov_len;
+            const unsigned long skipped = std::min(skip, left);
+            data += skipped;
+            left -= skipped;
+            skip -= skipped;
+            while (left != 0) {
+                const std::size_t room = GetRoom(pcb);
+                const std::size_t length = std::min({static_cast<std::size_t>(left), room, s_nWriteMost});
+                u8_t flags = TCP_WRITE_FLAG_COPY;
+                const bool last = length == room || (length == left && i + 1 == count);
+                if (!last || pcb->unsent || pcb->unacked) {
+                    flags |= TCP_WRITE_FLAG_MORE;
+                }
+                if (length == 0 || tcp_write(pcb, data, static_cast<u16_t>(length), flags) != ERR_OK) {
+                    full = true;
+                    break;
+                }
+                data += length;
+                left -= length;
+                done += static_cast<long>(length);
+            }
+        }
+    }
+    if (done != 0) {
+        tcp_output(pcb);
+    }
+    UpdateOut(pcb);
+    return done;
+}
+
+long CIPSocketTcp::Send(const ps_iovec* pieces, unsigned long count, const CIPAddress*)
+{
+    unsigned long total = 0;
+    for (unsigned long i = 0; i < count; ++i) {
+        if (pieces[i].iov_len > static_cast<unsigned long>(LONG_MAX) - total ||
+            (!pieces[i].iov_base && pieces[i].iov_len != 0)) {
+            return -PS_EINVAL;
+        }
+        total += pieces[i].iov_len;
+    }
+    unsigned long done = 0;
+    for (;;) {
+        long count_i;
+        {
+            CIPCoreGuard guard;
+            count_i = Write(pieces, count, total, done);
+        }
+        if (count_i < 0) {
+            return done != 0 ? static_cast<long>(done) : count_i;
+        }
+        done += static_cast<unsigned long>(count_i);
+        if (done == total || IsNonBlocking()) {
+            return static_cast<long>(done);
+        }
+        if (!WaitFor(CIPReadiness::s_dwOut)) {
+            return done != 0 ? static_cast<long>(done) : -PS_EBADF;
+        }
+    }
+}
+
+err_t CIPSocketTcp::OnReceived(tcp_pcb* pcb, pbuf* packet)
+{
+    Guard guard(m_QueueMutex);
+    if (!packet) {
+        m_bOpen = false;
+        RaiseLocked(CIPReadiness::s_dwIn);
+        return ERR_OK;
+    }
+    if (m_bReceiveShut) {
+        CIPCounters::Add(CIPCounters::TcpUnreadDiscarded, packet->tot_len);
+        m_dwUncredited.fetch_add(packet->tot_len);
+        Credit(pcb, true);
+        pbuf_free(packet);
+        return ERR_OK;
+    }
+    if (!m_Queue.Append(packet)) {
+        return ERR_MEM;   // lwIP keeps it and comes again
+    }
+    RaiseLocked(CIPReadiness::s_dwIn);
+    return ERR_OK;
+}
+
+long CIPSocketTcp::Receive(void* data, unsigned long length, bool peek, CIPAddress& from)
+{
+    for (;;) {
+        std::size_t count;
+        pbuf* used = nullptr;
+        {
+            Guard guard(m_QueueMutex);
+            count = m_Queue.Read(data, length, peek, used);
+            if (count == 0) {
+                if (!m_bOpen || m_bReceiveShut) {
+                    return peek && !IsClosed() ? 0 : -GetStateError(PS_ENOTCONN);
+                }
+                if (length == 0) {
+                    return 0;
+                }
+            } else if (!peek && m_Queue.GetSize() == 0 && m_bOpen && !m_bReceiveShut) {
+                Clear(CIPReadiness::s_dwIn);
+            }
+        }
+        if (count != 0) {
+            from = m_Peer;   // settled before the first byte came
+            CIPStreamQueue::FreeUsed(used);
+            if (!peek && m_dwUncredited.fetch_add(static_cast<std::uint32_t>(count)) + count >=
+                             m_dwCreditStep.load(std::memory_order_relaxed)) {
+                CIPCoreGuard guard;
+                if (tcp_pcb* pcb = GetPcb()) {
+                    Credit(pcb, true);
+                }
+            }
+            return static_cast<long>(count);
+        }
+        if (IsNonBlocking()) {
+            return peek ? -PS_EINPROGRESS : 0;
+        }
+        if (!WaitFor(CIPReadiness::s_dwIn)) {
+            return -PS_EBADF;
+        }
+    }
+}
+
+long CIPSocketTcp::GetWaiting()
+{
+    Guard guard(m_QueueMutex);
+    return static_cast<long>(m_Queue.GetSize());
+}
+
+std::uint32_t CIPSocketTcp::GetWindow(const tcp_pcb* pcb) const noexcept
+{
+    const auto limit = static_cast<std::uint32_t>(m_nReceiveLimit.load());
+    // With less than two segments of window lwIP's sender waits for its persist timer.
+    const std::uint32_t window = std::max<std::uint32_t>(limit, 2u * pcb->mss);
+    return std::min<std::uint32_t>(window, TCP_WND_MAX(pcb)) / s_dwStep * s_dwStep;
+}
+
+void CIPSocketTcp::StartWindow(tcp_pcb* pcb, bool accepted) noexcept
+{
+    std::uint32_t promised = s_dwPromised;
+    if (CIPAddress::IsOwn(pcb->remote_ip)) {
+        // Both ends are here and count in whole steps from the beginning: a window never ends inside a record of
+        // 16 bytes, of which a probe of a closed window would then carry a part.
+        promised = s_dwPromisedInSteps;
+        pcb->snd_wnd = std::min<tcpwnd_size_t>(pcb->snd_wnd, s_dwPromisedInSteps);
+    }
+    m_dwWindow = GetWindow(pcb);
+    const std::uint32_t start = std::max(m_dwWindow, promised);
+    pcb->rcv_wnd = pcb->rcv_ann_wnd = start;
+    if (accepted) {
+        pcb->rcv_ann_right_edge = pcb->rcv_nxt + promised;   // what the answer to the request has announced
+    }
+    m_dwHeldBack = start - m_dwWindow;
+    m_dwCreditStep.store(std::min<std::uint32_t>(m_dwWindow / 2, 2u * pcb->mss));
+}
+
+void CIPSocketTcp::ChangeWindow(tcp_pcb* pcb) noexcept
+{
+    const std::uint32_t window = GetWindow(pcb);
+    if (window < m_dwWindow) {
+        m_dwHeldBack += m_dwWindow - window;   // what was promised stays promised
+    } else if (window > m_dwWindow) {
+        m_dwUncredited.fetch_add(window - m_dwWindow);
+    }
+    m_dwWindow = window;
+    m_dwCreditStep.store(std::min<std::uint32_t>(window / 2, 2u * pcb->mss));
+    Credit(pcb, true);
+}
+
+void CIPSocketTcp::Credit(tcp_pcb* pcb, bool announce) noexcept
+{
+    std::uint32_t amount = m_dwUncredited.exchange(0);
+    const std::uint32_t held = std::min(amount, m_dwHeldBack);
+    m_dwHeldBack -= held;
+    amount -= held;
+    // Whole steps only, so that the window's end stays where it was counted from.
+    if (const std::uint32_t rest = amount % s_dwStep) {
+        amount -= rest;
+        m_dwUncredited.fetch_add(rest);
+    }
+    pcb->rcv_wnd = std::min<tcpwnd_size_t>(pcb->rcv_wnd + amount, TCP_WND_MAX(pcb));
+    if (!announce) {
+        tcp_update_rcv_ann_wnd(pcb);
+        return;
+    }
+    if (pcb->state != ESTABLISHED && pcb->state != FIN_WAIT_1 && pcb->state != FIN_WAIT_2) {
+        return;   // nothing more comes
+    }
+    const u32_t growth = pcb->rcv_nxt + pcb->rcv_wnd - pcb->rcv_ann_right_edge;
+    if (growth >= m_dwCreditStep.load(std::memory_order_relaxed) && growth <= TCP_WND) {
+        pcb->rcv_ann_wnd = pcb->rcv_wnd;
+        tcp_ack_now(pcb);
+        tcp_output(pcb);
+    }
+}
+
+}  // namespace ipstack

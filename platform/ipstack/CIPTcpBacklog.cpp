@@ -1,0 +1,121 @@
+#include "CIPTcpBacklog.h"
+
+#include <algorithm>
+
+#include "CIPCounters.h"
+#include "CIPSocketTable.h"
+#include "CIPSocketTcp.h"
+#include "CIPTcpEnd.h"
+#include "lwip/priv/tcp_priv.h"
+
+namespace ipstack
+{
+
+namespace
+{
+
+// lwIP's own count of half-open connections goes no further.
+constexpr u8_t s_cHalfOpenMost = 255;
+
+}  // namespace
+
+const tcp_ext_arg_callbacks CIPTcpBacklog::s_Callbacks = {nullptr, OnPassiveOpen};
+
+std::vector<CIPTcpBacklog*>& CIPTcpBacklog::All()
+{
+    static auto* all = new std::vector<CIPTcpBacklog*>;
+    return *all;
+}
+
+int CIPTcpBacklog::Open(const CIPAddress& address, int most)
+{
+    tcp_pcb* pcb = tcp_new_ip_type(IP_GET_TYPE(&address.m_Ip));
+    if (!pcb) {
+        return PS_ENOMEM;
+    }
+    ip_addr_copy(pcb->local_ip, address.m_Ip);
+    pcb->local_port = address.m_wPort;
+    TCP_REG(&tcp_bound_pcbs, pcb);
+    err_t error = ERR_OK;
+    tcp_pcb* listener = tcp_listen_with_backlog_and_err(pcb, s_cHalfOpenMost, &error);
+    if (!listener) {
+        tcp_close(pcb);
+        return PS_ENOMEM;
+    }
+    m_pListener = listener;
+    m_nMost = most;
+    tcp_arg(listener, this);
+    tcp_accept(listener, OnAccept);
+    tcp_ext_arg_set_callbacks(listener, CIPTcpEnd::s_cExtArg, &s_Callbacks);
+    tcp_ext_arg_set(listener, CIPTcpEnd::s_cExtArg, this);
+    All().push_back(this);
+    return 0;
+}
+
+CIPTcpBacklog::~CIPTcpBacklog()
+{
+    if (!m_pListener) {
+        return;
+    }
+    std::vector<CIPTcpBacklog*>& all = All();
+    all.erase(std::remove(all.begin(), all.end(), this), all.end());
+    // Half-open connections are reset by lwIP when their last step comes; they know no listener from now on.
+    auto* listener = reinterpret_cast<tcp_pcb_listen*>(m_pListener);
+    for (tcp_pcb* pcb = m_nHalfOpen != 0 ? tcp_active_pcbs : nullptr; pcb; pcb = pcb->next) {
+        if (pcb->listener == listener && pcb->state == SYN_RCVD) {
+            if (auto* end = static_cast<CIPTcpEnd*>(tcp_ext_arg_get(pcb, CIPTcpEnd::s_cExtArg))) {
+                end->DropBacklog();
+            }
+        }
+    }
+    tcp_close(m_pListener);
+    for (CIPSocketTcp* socket : m_Ready) {
+        socket->AbortUnaccepted();
+        delete socket;
+    }
+}
+
+err_t CIPTcpBacklog::OnPassiveOpen(u8_t, tcp_pcb_listen* listener, tcp_pcb* pcb)
+{
+    auto* backlog = static_cast<CIPTcpBacklog*>(listener->ext_args[CIPTcpEnd::s_cExtArg].data);
+    if (static_cast<int>(backlog->m_Ready.size()) + backlog->m_nHalfOpen >= backlog->m_nMost) {
+        CIPCounters::Add(CIPCounters::SegmentBacklog);
+        return ERR_MEM;   // dropped without an answer
+    }
+    ++backlog->m_nHalfOpen;
+    new CIPTcpEnd(pcb, nullptr, backlog);
+    return ERR_OK;
+}
+
+err_t CIPTcpBacklog::OnAccept(void* arg, tcp_pcb* pcb, err_t error)
+{
+    if (!pcb || error != ERR_OK) {
+        return ERR_OK;   // no memory for it: nothing was made
+    }
+    auto* backlog = static_cast<CIPTcpBacklog*>(arg);
+    auto* end = static_cast<CIPTcpEnd*>(tcp_ext_arg_get(pcb, CIPTcpEnd::s_cExtArg));
+    --backlog->m_nHalfOpen;
+    backlog->m_Ready.push_back(CIPSocketTcp::MakeAccepted(backlog->m_Owner, *end));
+    if (!CIPSocketTable::IsFull()) {
+        backlog->m_Owner.RaiseLocked(CIPReadiness::s_dwIn);
+    }
+    return ERR_OK;
+}
+
+void CIPTcpBacklog::OnTableRoom()
+{
+    for (CIPTcpBacklog* backlog : All()) {
+        if (!backlog->IsEmpty()) {
+            backlog->m_Owner.RaiseLocked(CIPReadiness::s_dwIn);
+        }
+    }
+}
+
+void CIPTcpBacklog::OnTableFull()
+{
+    for (CIPTcpBacklog* backlog : All()) {
+        backlog->m_Owner.Clear(CIPReadiness::s_dwIn);
+    }
+}
+
+}  // namespace ipstack

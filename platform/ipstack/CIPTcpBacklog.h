@@ -1,0 +1,64 @@
+// A listener's side: half-open and unaccepted connections.
+#ifndef IPSTACK_CIPTCPBACKLOG_H
+#define IPSTACK_CIPTCPBACKLOG_H
+
+#include <deque>
+#include <vector>
+
+#include "CIPAddress.h"
+#include "lwip/tcp.h"
+
+namespace ipstack
+{
+
+class CIPSocketTcp;
+class CIPTcpEnd;
+
+// lwIP counts a listener's connections with 8 bits and only while they are half open. Here both are counted: a
+// connection that would be one too many is not acknowledged, so that its peer tries again.
+//
+// Every call: the core lock is held.
+class CIPTcpBacklog
+{
+public:
+    static constexpr int s_nMost = 1024;
+
+    explicit CIPTcpBacklog(CIPSocketTcp& owner) : m_Owner(owner) {}
+    ~CIPTcpBacklog();
+    CIPTcpBacklog(const CIPTcpBacklog&) = delete;
+    CIPTcpBacklog& operator=(const CIPTcpBacklog&) = delete;
+
+    // Listens on an address that the owner has bound. Returns: 0 or an error number.
+    int Open(const CIPAddress& address, int most);
+
+    void SetMost(int most) noexcept { m_nMost = most; }
+
+    // The oldest connection that nobody has accepted; null when there is none. Pop takes it out.
+    CIPSocketTcp* Front() const noexcept { return m_Ready.empty() ? nullptr : m_Ready.front(); }
+    void Pop() noexcept { m_Ready.pop_front(); }
+    bool IsEmpty() const noexcept { return m_Ready.empty(); }
+
+    void OnHalfOpenEnded() noexcept { --m_nHalfOpen; }
+
+    // The socket table was full, so that no accept could succeed, and has room again; or became full.
+    static void OnTableRoom();
+    static void OnTableFull();
+
+private:
+    static err_t OnAccept(void* arg, tcp_pcb* pcb, err_t error);
+    static err_t OnPassiveOpen(u8_t id, tcp_pcb_listen* listener, tcp_pcb* pcb);
+    static const tcp_ext_arg_callbacks s_Callbacks;
+
+    CIPSocketTcp& m_Owner;
+    tcp_pcb* m_pListener = nullptr;
+    int m_nMost = 0;
+    int m_nHalfOpen = 0;
+    std::deque<CIPSocketTcp*> m_Ready;
+
+    // All open ones; never destroyed.
+    static std::vector<CIPTcpBacklog*>& All();
+};
+
+}  // namespace ipstack
+
+#endif

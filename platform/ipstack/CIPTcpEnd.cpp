@@ -1,0 +1,251 @@
+#include "CIPTcpEnd.h"
+
+#include "CIPAddress.h"
+#include "CIPCounters.h"
+#include "CIPDemux.h"
+#include "CIPSocketTcp.h"
+#include "CIPTcpBacklog.h"
+#include "lwip/priv/tcp_priv.h"
+
+namespace ipstack
+{
+
+namespace
+{
+
+constexpr u32_t s_dwMsecPerSec = 1000;
+constexpr u32_t s_dwTicksPerSecond = s_dwMsecPerSec / TCP_SLOW_INTERVAL;
+constexpr u32_t s_dwOrphanTicks = CIPTcpEnd::s_dwOrphanSeconds * s_dwTicksPerSecond;
+
+// Connections in TIME_WAIT over a wire between two links stay this long, for a last segment on its way.
+constexpr u32_t s_dwWireTicks = 2 * s_dwTicksPerSecond;
+
+u32_t GetUnsent(const tcp_pcb* pcb) noexcept
+{
+    return TCP_SND_BUF - pcb->snd_buf;
+}
+
+}  // namespace
+
+CIPTcpEnd::CList CIPTcpEnd::s_Orphans;
+CIPTcpEnd* CIPTcpEnd::s_pDead = nullptr;
+int CIPTcpEnd::s_nAbortReason = 0;
+const tcp_ext_arg_callbacks CIPTcpEnd::s_Callbacks = {OnDestroyed, nullptr};
+
+void CIPTcpEnd::CList::Append(CIPTcpEnd& end) noexcept
+{
+    end.m_pPrevious = m_pLast;
+    end.m_pNext = nullptr;
+    (m_pLast ? m_pLast->m_pNext : m_pFirst) = &end;
+    m_pLast = &end;
+    ++m_dwCount;
+}
+
+void CIPTcpEnd::CList::Remove(CIPTcpEnd& end) noexcept
+{
+    (end.m_pPrevious ? end.m_pPrevious->m_pNext : m_pFirst) = end.m_pNext;
+    (end.m_pNext ? end.m_pNext->m_pPrevious : m_pLast) = end.m_pPrevious;
+    end.m_pPrevious = end.m_pNext = nullptr;
+    --m_dwCount;
+}
+
+CIPTcpEnd::CIPTcpEnd(tcp_pcb* pcb, CIPSocketTcp* socket, CIPTcpBacklog* backlog)
+    : m_pPcb(pcb), m_pSocket(socket), m_pBacklog(backlog)
+{
+    tcp_ext_arg_set_callbacks(pcb, s_cExtArg, &s_Callbacks);
+    tcp_ext_arg_set(pcb, s_cExtArg, this);
+    if (socket) {
+        Adopt(socket);
+    }
+}
+
+void CIPTcpEnd::Adopt(CIPSocketTcp* socket) noexcept
+{
+    m_pSocket = socket;
+    m_pBacklog = nullptr;
+    tcp_arg(m_pPcb, this);
+    tcp_recv(m_pPcb, OnReceived);
+    tcp_sent(m_pPcb, OnSent);
+    tcp_err(m_pPcb, OnError);
+    m_pPcb->connected = OnConnected;
+}
+
+void CIPTcpEnd::Orphan(CIPPortTable::CHold&& hold) noexcept
+{
+    m_pSocket = nullptr;
+    tcp_pcb* pcb = m_pPcb;
+    if (!pcb) {
+        return;
+    }
+    m_Hold = static_cast<CIPPortTable::CHold&&>(hold);
+    m_Hold.Change(CIPPortTable::Closing);
+    if (pcb->state == TIME_WAIT) {
+        return;
+    }
+    // lwIP counts its time-outs of the closing states from the last activity, which may be long ago.
+    pcb->tmr = tcp_ticks;
+    if (s_Orphans.m_dwCount >= s_dwMostOrphans) {
+        s_Orphans.m_pFirst->AbortOrphan();
+    }
+    m_dwProgress = tcp_ticks;
+    m_bOrphan = true;
+    s_Orphans.Append(*this);
+    // Only the sending side is closed: a peer that goes on sending must not reset what is still to go out.
+    tcp_shutdown(pcb, 0, 1);
+    if (m_pPcb && pcb->state == FIN_WAIT_2) {
+        tcp_set_flags(pcb, TF_RXCLOSED);
+    }
+}
+
+void CIPTcpEnd::Abort() noexcept
+{
+    m_pSocket = nullptr;
+    if (!m_pPcb) {
+        return;
+    }
+    if (m_pPcb->state == SYN_SENT || m_pPcb->state == CLOSED) {
+        tcp_close(m_pPcb);
+    } else {
+        CIPCounters::Add(CIPCounters::TcpUnsentDiscarded, GetUnsent(m_pPcb));
+        tcp_abort(m_pPcb);
+    }
+}
+
+void CIPTcpEnd::AbortOrphan() noexcept
+{
+    CIPCounters::Add(CIPCounters::TcpOrphanAborted);
+    Abort();
+}
+
+void CIPTcpEnd::OnSlowTick()
+{
+    while (s_Orphans.m_pFirst && tcp_ticks - s_Orphans.m_pFirst->m_dwProgress > s_dwOrphanTicks) {
+        s_Orphans.m_pFirst->AbortOrphan();
+    }
+    if (tcp_ticks % s_dwTicksPerSecond == 0) {
+        for (CIPTcpEnd* end = s_Orphans.m_pFirst; end;) {
+            CIPTcpEnd* next = end->m_pNext;
+            if (end->m_pPcb->state == FIN_WAIT_2) {
+                // All has arrived: what the peer still sends is answered with a reset, and lwIP's time-out holds.
+                tcp_set_flags(end->m_pPcb, TF_RXCLOSED);
+            } else if (end->m_pPcb->state == TIME_WAIT) {
+                s_Orphans.Remove(*end);
+                end->m_bOrphan = false;
+            }
+            end = next;
+        }
+    }
+    ReapTimeWait();
+    unsigned int count = 0;
+    for (tcp_pcb* pcb = tcp_tw_pcbs; pcb;) {
+        tcp_pcb* next = pcb->next;
+        if (++count > s_dwMostTimeWait) {
+            CIPCounters::Add(CIPCounters::TcpTimeWaitDropped);
+            tcp_abort(pcb);
+        }
+        pcb = next;
+    }
+}
+
+void CIPTcpEnd::ReapTimeWait()
+{
+    for (tcp_pcb* pcb = tcp_tw_pcbs; pcb;) {
+        tcp_pcb* next = pcb->next;
+        if (CIPAddress::IsOwn(pcb->remote_ip)) {
+            const bool inside = ip_addr_cmp(&pcb->remote_ip, &pcb->local_ip) || ip_addr_isloopback(&pcb->remote_ip) ||
+                                ip_addr_isloopback(&pcb->local_ip);
+            if (inside || tcp_ticks - pcb->tmr > s_dwWireTicks) {
+                tcp_abort(pcb);
+            }
+        }
+        pcb = next;
+    }
+}
+
+void CIPTcpEnd::FreeDeadOnes() noexcept
+{
+    while (CIPTcpEnd* end = s_pDead) {
+        s_pDead = end->m_pNext;
+        if (end->m_pSocket) {
+            end->m_pSocket->OnEndFreed();
+        }
+        delete end;
+    }
+}
+
+void CIPTcpEnd::Discard(tcp_pcb* pcb, pbuf* packet) noexcept
+{
+    CIPCounters::Add(CIPCounters::TcpUnreadDiscarded, packet->tot_len);
+    tcp_recved(pcb, packet->tot_len);
+    pbuf_free(packet);
+    if (pcb->state == FIN_WAIT_2) {
+        tcp_set_flags(pcb, TF_RXCLOSED);
+    }
+}
+
+err_t CIPTcpEnd::OnReceived(void* arg, tcp_pcb* pcb, pbuf* packet, err_t)
+{
+    auto* end = static_cast<CIPTcpEnd*>(arg);
+    if (end->m_pSocket) {
+        return end->m_pSocket->OnReceived(pcb, packet);
+    }
+    if (packet) {
+        end->Discard(pcb, packet);
+    }
+    return ERR_OK;
+}
+
+err_t CIPTcpEnd::OnSent(void* arg, tcp_pcb* pcb, u16_t)
+{
+    auto* end = static_cast<CIPTcpEnd*>(arg);
+    if (!pcb->unsent) {
+        // lwIP leaves the persist timer running when a probe's byte was the last one.
+        pcb->persist_backoff = 0;
+    }
+    if (end->m_pSocket) {
+        end->m_pSocket->OnSent(pcb);
+    } else if (end->m_bOrphan) {
+        pcb->tmr = tcp_ticks;
+        end->m_dwProgress = tcp_ticks;
+        s_Orphans.Remove(*end);
+        s_Orphans.Append(*end);
+    }
+    return ERR_OK;
+}
+
+err_t CIPTcpEnd::OnConnected(void* arg, tcp_pcb* pcb, err_t)
+{
+    auto* end = static_cast<CIPTcpEnd*>(arg);
+    if (end->m_pSocket) {
+        end->m_pSocket->OnConnected(pcb);
+    }
+    return ERR_OK;
+}
+
+void CIPTcpEnd::OnError(void* arg, err_t error)
+{
+    auto* end = static_cast<CIPTcpEnd*>(arg);
+    end->m_pPcb = nullptr;
+    if (end->m_pSocket) {
+        end->m_pSocket->OnFailed(error, s_nAbortReason);
+    }
+}
+
+void CIPTcpEnd::OnDestroyed(u8_t, void* data)
+{
+    auto* end = static_cast<CIPTcpEnd*>(data);
+    end->m_pPcb = nullptr;
+    end->m_Hold.Release();
+    if (end->m_bOrphan) {
+        s_Orphans.Remove(*end);
+        end->m_bOrphan = false;
+    }
+    if (end->m_pBacklog) {
+        end->m_pBacklog->OnHalfOpenEnded();
+    }
+    // An error callback may still follow: the end is deleted when the lock is given up.
+    end->m_pNext = s_pDead;
+    s_pDead = end;
+}
+
+}  // namespace ipstack

@@ -1,0 +1,115 @@
+// One connection of lwIP's and whom it belongs to.
+#ifndef IPSTACK_CIPTCPEND_H
+#define IPSTACK_CIPTCPEND_H
+
+#include "CIPPortTable.h"
+#include "lwip/tcp.h"
+
+namespace ipstack
+{
+
+class CIPSocketTcp;
+class CIPTcpBacklog;
+
+// Every tcp_pcb but a listening one has one of these, as the argument of its callbacks and as its ext-arg 1, from
+// its making until lwIP frees it, which lwIP does not always tell by a callback. It belongs to a socket, or to a
+// listener while it is half open, or to nobody once its socket has been closed: then it is an orphan, which still
+// sends what the socket had accepted, for s_dwOrphanTicks without progress at most.
+//
+// Every call: the core lock is held.
+class CIPTcpEnd
+{
+public:
+    static constexpr u8_t s_cExtArg = 1;
+    static constexpr unsigned int s_dwMostOrphans = 4096;
+    static constexpr unsigned int s_dwMostTimeWait = 4096;
+    static constexpr u32_t s_dwOrphanSeconds = 60;
+
+    // Makes a connection's end for a new pcb: the socket's, or a half-open one of a listener's.
+    CIPTcpEnd(tcp_pcb* pcb, CIPSocketTcp* socket, CIPTcpBacklog* backlog);
+
+    // Null when lwIP has freed it.
+    tcp_pcb* GetPcb() const noexcept { return m_pPcb; }
+    CIPTcpBacklog* GetBacklog() const noexcept { return m_pBacklog; }
+
+    // A half-open end becomes an accepted socket's, with the callbacks that go with it.
+    void Adopt(CIPSocketTcp* socket) noexcept;
+
+    // A half-open end's listener has been closed; lwIP resets it when its last step comes.
+    void DropBacklog() noexcept { m_pBacklog = nullptr; }
+
+    // The socket lets go. Orphan: what was accepted for sending still goes, then the connection ends; `hold` is
+    // kept until lwIP has freed the pcb. Abort: reset at once.
+    void Orphan(CIPPortTable::CHold&& hold) noexcept;
+    void Abort() noexcept;
+
+    // lwIP's list of free numbers is not used: a connection is closed by lwIP for this reason meanwhile.
+    class CIPAbortReason
+    {
+    public:
+        explicit CIPAbortReason(int error) noexcept { s_nAbortReason = error; }
+        ~CIPAbortReason() { s_nAbortReason = 0; }
+        CIPAbortReason(const CIPAbortReason&) = delete;
+        CIPAbortReason& operator=(const CIPAbortReason&) = delete;
+    };
+
+    // Ends orphans without progress and connections in TIME_WAIT that are not needed or too many.
+    static void OnSlowTick();
+
+    // Ends connections in TIME_WAIT whose peer is this stack: nothing of theirs can still be on its way, except
+    // on a wire between two links.
+    static void ReapTimeWait();
+
+    // Deletes the ends whose pcb lwIP has freed. Not inside a callback.
+    static void FreeDead() noexcept
+    {
+        if (s_pDead) {
+            FreeDeadOnes();
+        }
+    }
+
+    static unsigned int GetOrphanCount() noexcept { return s_Orphans.m_dwCount; }
+
+private:
+    friend class CIPTcpBacklog;
+
+    struct CList
+    {
+        CIPTcpEnd* m_pFirst = nullptr;   // the least recent one
+        CIPTcpEnd* m_pLast = nullptr;
+        unsigned int m_dwCount = 0;
+
+        void Append(CIPTcpEnd& end) noexcept;
+        void Remove(CIPTcpEnd& end) noexcept;
+    };
+
+    ~CIPTcpEnd() = default;
+
+    static err_t OnReceived(void* arg, tcp_pcb* pcb, pbuf* packet, err_t error);
+    static err_t OnSent(void* arg, tcp_pcb* pcb, u16_t length);
+    static err_t OnConnected(void* arg, tcp_pcb* pcb, err_t error);
+    static void OnError(void* arg, err_t error);
+    static void OnDestroyed(u8_t id, void* data);
+    static void FreeDeadOnes() noexcept;
+    static const tcp_ext_arg_callbacks s_Callbacks;
+
+    void Discard(tcp_pcb* pcb, pbuf* packet) noexcept;
+    void AbortOrphan() noexcept;
+
+    tcp_pcb* m_pPcb;
+    CIPSocketTcp* m_pSocket;
+    CIPTcpBacklog* m_pBacklog;
+    CIPPortTable::CHold m_Hold;        // an orphan's
+    CIPTcpEnd* m_pPrevious = nullptr;  // in s_Orphans
+    CIPTcpEnd* m_pNext = nullptr;      // in s_Orphans, then in the list of the dead
+    bool m_bOrphan = false;            // in s_Orphans
+    u32_t m_dwProgress = 0;            // an orphan's last progress, in slow ticks
+
+    static CList s_Orphans;
+    static CIPTcpEnd* s_pDead;
+    static int s_nAbortReason;
+};
+
+}  // namespace ipstack
+
+#endif
