@@ -52,8 +52,8 @@ void CFileCopy::Start()
 {
     const CMNInetAddr address(SERVER_HOST, SERVER_PORT);
     m_pServer = std::make_unique<CFileServer>(m_strPath, m_qwCorruptAt);
-    m_pFetcher = std::make_unique<CFileFetcher>(m_fProgress,
-                                                [this](const CFileFetcher::COutcome& outcome) { Finish(outcome); });
+    m_pFetcher =
+        std::make_unique<CFileFetcher>(m_fProgress, [this](const CFileFetcher::COutcome& outcome) { Finish(outcome); });
     CFileFetcher::COutcome failed;
     if (m_pServer->Start(address) != MN_OK)
         failed.m_strError = "the server does not start";

@@ -13,8 +13,7 @@ constexpr int MAX_IDLE_TIMERS = 150;  // half a minute
 
 }  // namespace
 
-CFileFetcher::CFileFetcher(FProgress progress, FDone done)
-    : m_fProgress(std::move(progress)), m_fDone(std::move(done))
+CFileFetcher::CFileFetcher(FProgress progress, FDone done) : m_fProgress(std::move(progress)), m_fDone(std::move(done))
 {
 }
 
@@ -59,7 +58,10 @@ MNResult CFileFetcher::OnReceive(CMNMessageBlock& data, IPSTransport*, CPSTransp
     return MN_OK;
 }
 
-MNResult CFileFetcher::OnSend(IPSTransport*, CPSTransportParameter*) { return MN_OK; }
+MNResult CFileFetcher::OnSend(IPSTransport*, CPSTransportParameter*)
+{
+    return MN_OK;
+}
 
 MNResult CFileFetcher::OnDisconnect(long, IPSTransport*)
 {

@@ -32,7 +32,10 @@ MNResult CFileServer::OnConnectIndication(long, IPSTransport* transport, IPSAcce
     return MN_OK;
 }
 
-MNResult CFileServer::OnReceive(CMNMessageBlock&, IPSTransport*, CPSTransportParameter*) { return MN_OK; }
+MNResult CFileServer::OnReceive(CMNMessageBlock&, IPSTransport*, CPSTransportParameter*)
+{
+    return MN_OK;
+}
 
 MNResult CFileServer::OnSend(IPSTransport*, CPSTransportParameter*)
 {

@@ -89,7 +89,8 @@ int Copy(const std::string& path, std::uint64_t corruptAt)
     const bool equal = arrived.m_qwBytes == source.m_qwBytes && arrived.m_strSha256 == source.m_strSha256;
     const double seconds = static_cast<double>(arrived.m_llMicroseconds) / 1e6;
     const double rate = seconds > 0 ? static_cast<double>(arrived.m_qwBytes) / MEGABYTE / seconds : 0;
-    std::printf("demo: %" PRIu64 " bytes, sha256 %s, %.1f MB/s\n", arrived.m_qwBytes, equal ? "equal" : "differs", rate);
+    std::printf("demo: %" PRIu64 " bytes, sha256 %s, %.1f MB/s\n", arrived.m_qwBytes, equal ? "equal" : "differs",
+                rate);
     return equal ? EXIT_EQUAL : EXIT_DIFFERENT;
 }
 

@@ -224,9 +224,8 @@ TEST_P(EventsTest, HoursOfTimers_HandMovedClock_FireAtTheirTimes)
         end = mantle::CMNClock::NowUs();
         network.Poke();
     });
-    network.Run([&] {
-        EXPECT_EQ(MN_OK, network.GetReactor()->ScheduleTimer(&timer, nullptr, CMNTimeValue(60, 0), 600));
-    });
+    network.Run(
+        [&] { EXPECT_EQ(MN_OK, network.GetReactor()->ScheduleTimer(&timer, nullptr, CMNTimeValue(60, 0), 600)); });
     ASSERT_TRUE(network.WaitFor([&] { return expiries == 600; }, 12 * 3600));
     EXPECT_EQ(600 * 60 * 1000000LL, end - start);
 }

@@ -46,7 +46,10 @@ void StartStack()
     ASSERT_TRUE(started == MN_OK || started == MN_ERROR_ALREADY_INITIALIZED);
 }
 
-IPSReactor* GetReactor() { return IPSConnectionManager::Instance()->GetReactor(); }
+IPSReactor* GetReactor()
+{
+    return IPSConnectionManager::Instance()->GetReactor();
+}
 
 // Waits until the network thread has run an event.
 void WaitForNetworkThread()
@@ -196,7 +199,9 @@ TEST(StartTest, AnotherThreadPostsInATightLoop_Init_EveryAcceptedEventRuns)
     class CCounted : public CWorkEvent
     {
     public:
-        CCounted(std::atomic<int>& runs, std::atomic<int>& deaths) : CWorkEvent([&runs] { ++runs; }), m_Deaths(deaths) {}
+        CCounted(std::atomic<int>& runs, std::atomic<int>& deaths) : CWorkEvent([&runs] { ++runs; }), m_Deaths(deaths)
+        {
+        }
         ~CCounted() override { ++m_Deaths; }
 
     private:

@@ -26,10 +26,7 @@ public:
         EXPECT_EQ(1, EVP_DigestInit_ex(m_pContext.get(), EVP_sha256(), nullptr));
     }
 
-    void Add(const void* data, std::size_t length)
-    {
-        EXPECT_EQ(1, EVP_DigestUpdate(m_pContext.get(), data, length));
-    }
+    void Add(const void* data, std::size_t length) { EXPECT_EQ(1, EVP_DigestUpdate(m_pContext.get(), data, length)); }
 
     std::string Finish()
     {

@@ -221,7 +221,8 @@ TEST(TcpLinkDownTest, ConnectedOverAWire_WireTakenDown_BothHearTheEndOnce)
     });
     ASSERT_TRUE(network.WaitFor([&] { return client.IsConnected() && listener.GetCount() == 1; }));
     wire.Close();
-    ASSERT_TRUE(network.WaitFor([&] { return client.m_nOnDisconnect == 1 && listener.GetPeer().m_nOnDisconnect == 1; }));
+    ASSERT_TRUE(
+        network.WaitFor([&] { return client.m_nOnDisconnect == 1 && listener.GetPeer().m_nOnDisconnect == 1; }));
     EXPECT_FALSE(network.WaitFor([&] { return client.m_nOnDisconnect + listener.GetPeer().m_nOnDisconnect > 2; }, 600));
 }
 

@@ -13,7 +13,10 @@ namespace
 constexpr unsigned short PORT = 7003;
 const std::vector<long> FAILED_ONCE{static_cast<long>(MN_ERROR_FAILURE)};
 
-long long NowMs() { return mantle::CMNClock::NowUs() / 1000; }
+long long NowMs()
+{
+    return mantle::CMNClock::NowUs() / 1000;
+}
 
 // Lets `seconds` pass and shows that nothing more is indicated.
 void ExpectSilence(CNetwork& network, CClient& client, long seconds)
@@ -186,7 +189,8 @@ TEST(TcpConnectTest, SinkDoesNotKeepTheTransport_Connected_PeerHearsTheEnd)
             ASSERT_EQ(MN_OK, listener.Listen(Loopback(PORT)));
             ASSERT_EQ(MN_OK, client.Connect(Loopback(PORT), 5));
         });
-        ASSERT_TRUE(network.WaitFor([&] { return listener.GetCount() == 1 && listener.GetPeer().m_nOnDisconnect == 1; }));
+        ASSERT_TRUE(
+            network.WaitFor([&] { return listener.GetCount() == 1 && listener.GetPeer().m_nOnDisconnect == 1; }));
         EXPECT_EQ(std::vector<long>{0}, client.m_Results);
     }
     network.Turn();

@@ -154,7 +154,8 @@ TEST(TcpManyTest, TwoThousandOpenAtOnce_EachEchoesTenKilobytes_NothingLost)
                 ASSERT_EQ(MN_OK, clients.back()->Connect(Loopback(PORT)));
             }
         });
-        ASSERT_TRUE(network.WaitFor([&] { return connected == CONNECTIONS && listener.GetCount() == CONNECTIONS; }, 600))
+        ASSERT_TRUE(
+            network.WaitFor([&] { return connected == CONNECTIONS && listener.GetCount() == CONNECTIONS; }, 600))
             << connected << " connected, " << listener.GetCount() << " accepted";
         EXPECT_EQ(static_cast<int>(CONNECTIONS), listener.m_nIndications);
 

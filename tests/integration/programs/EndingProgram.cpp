@@ -77,8 +77,14 @@ public:
     }
 };
 
-IPSReactor* GetReactor() { return IPSConnectionManager::Instance()->GetReactor(); }
-void Post(std::function<void()> work) { GetReactor()->PostEvent(new CCountedEvent(std::move(work))); }
+IPSReactor* GetReactor()
+{
+    return IPSConnectionManager::Instance()->GetReactor();
+}
+void Post(std::function<void()> work)
+{
+    GetReactor()->PostEvent(new CCountedEvent(std::move(work)));
+}
 
 // Ends of connections that nobody closes. They outlive the library: static, made before it.
 class CSink : public IPSAcceptorConnectorSink, public IPSTransportSink

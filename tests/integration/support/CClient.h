@@ -15,7 +15,8 @@ public:
     ~CClient() override;
 
     // `seconds`: the time-out, 0 for none; `local`: null for any.
-    uxport::MNResult Connect(const uxport::CMNInetAddr& address, long seconds = 0, uxport::CMNInetAddr* local = nullptr);
+    uxport::MNResult Connect(const uxport::CMNInetAddr& address, long seconds = 0,
+                             uxport::CMNInetAddr* local = nullptr);
 
     // Gives the connector up.
     void ReleaseConnector();

@@ -30,8 +30,8 @@ public:
     uxport::MNResult OnConnectIndication(long result, uxport::IPSTransport* transport,
                                          uxport::IPSAcceptorConnectorId* id) override;
 
-    bool m_bOpen = true;                    // opens the transports it takes
-    bool m_bTake = true;                    // false: counts and lets the transport go
+    bool m_bOpen = true;  // opens the transports it takes
+    bool m_bTake = true;  // false: counts and lets the transport go
     int m_nIndications = 0;
     std::function<void(CPeer&)> m_fOnPeer;  // before the transport is opened
     std::function<void()> m_fAfter;         // at the end of the indication

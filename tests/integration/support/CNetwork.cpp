@@ -149,4 +149,7 @@ std::ostream& operator<<(std::ostream& stream, CNetwork::EKind kind)
     return stream << (kind == CNetwork::EKind::MANAGER ? "Poll" : "Select");
 }
 
-CMNInetAddr Loopback(unsigned short port) { return CMNInetAddr("127.0.0.1", port); }
+CMNInetAddr Loopback(unsigned short port)
+{
+    return CMNInetAddr("127.0.0.1", port);
+}
