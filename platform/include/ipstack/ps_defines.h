@@ -158,9 +158,9 @@ struct ps_fdlist
 // The three lists that ps_select takes and answers.
 struct ps_fdsets
 {
-    ps_fdlist read;
-    ps_fdlist write;
-    ps_fdlist except;
+    struct ps_fdlist read;
+    struct ps_fdlist write;
+    struct ps_fdlist except;
 };
 
 // Time-out of ps_select.
