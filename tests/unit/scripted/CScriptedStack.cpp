@@ -51,9 +51,9 @@ CScriptedAnswer& CScriptedStack::On(const std::string& name) { return On(name, s
 
 CScriptedAnswer& CScriptedStack::On(const std::string& name, int handle)
 {
-    CheckName(name);
+    const bool known = CheckName(name);
     CLock lock(m_Mutex);
-    return m_Script[{name, handle}].emplace_back();
+    return known ? m_Script[{name, handle}].emplace_back() : m_Unknown = CScriptedAnswer();
 }
 
 CScriptedAnswer& CScriptedStack::Default(const std::string& name) { return Default(name, s_nAnyHandle); }

@@ -99,6 +99,7 @@ private:
     mutable std::mutex m_Mutex;
     std::map<CKey, std::deque<CScriptedAnswer>> m_Script;
     std::map<CKey, CScriptedAnswer> m_Defaults;
+    CScriptedAnswer m_Unknown;  // what is said of calls that there are none of
     std::vector<std::shared_ptr<CScriptedCall>> m_Calls;
     std::map<CKey, unsigned int> m_Counts;
     std::map<int, std::string> m_Sent;

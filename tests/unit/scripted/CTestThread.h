@@ -4,14 +4,14 @@
 
 #include "mantle/CMNThread.h"
 #include "mantle/CMNTimerQueueOrderedList.h"
+#include "uxport/IPSReactor.h"
 
 // Its queues are what the test says: a reactor, or a timer queue of its own (the start) and no event queue.
 class CTestThread : public mantle::CMNThread
 {
 public:
-    // `Reactor` is any class that is both queues; null puts the own timer queue back.
-    template <class Reactor>
-    void UseReactor(Reactor* reactor)
+    // Both queues; null puts the own timer queue back.
+    void UseReactor(uxport::IPSReactor* reactor)
     {
         m_pEventQueue = reactor;
         m_pTimerQueue = reactor ? static_cast<mantle::IMNTimerQueue*>(reactor) : &m_OwnTimers;
