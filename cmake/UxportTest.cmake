@@ -36,8 +36,8 @@ function(uxport_test name)
     uxport_compile(${name})
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests" "${PROJECT_SOURCE_DIR}" ${arg_INCLUDES})
     target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
-    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 TEST_PREFIX "${name}/"
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 NO_PRETTY_VALUES TEST_PREFIX "${name}/"
         TEST_FILTER "-*Soak*" PROPERTIES LABELS ${arg_LABEL} TIMEOUT ${UXPORT_TEST_TIMEOUT})
-    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 TEST_PREFIX "${name}/"
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 NO_PRETTY_VALUES TEST_PREFIX "${name}/"
         TEST_FILTER "*Soak*" PROPERTIES LABELS soak TIMEOUT ${UXPORT_SOAK_TIMEOUT} RUN_SERIAL ON)
 endfunction()
