@@ -105,7 +105,7 @@ void CIPReadiness::Watch(int handle, CIPWaiterRecord& record) noexcept
         return;
     }
     std::atomic<CIPWaiterRecord*>& watcher = s_pWatchers[handle];
-    if (watcher.load() == &record) {
+    if (watcher.load() == &record || (s_pWords[handle].load() & s_dwShared) != 0) {
         return;
     }
     CIPWaiterRecord* before = watcher.exchange(&record);

@@ -43,7 +43,7 @@ int CIPOptionValue::Write(void* value, int* length, int result) noexcept
         *length = s_nWide;
         return 0;
     }
-    if (*length >= s_nNarrow) {
+    if (*length == s_nNarrow) {
         std::memcpy(value, &result, sizeof(result));
         *length = s_nNarrow;
         return 0;

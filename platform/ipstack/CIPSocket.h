@@ -22,7 +22,8 @@ public:
     // Returns: false for a length that is neither, or a value that no int holds.
     static bool Read(const void* value, int length, int& result) noexcept;
 
-    // Writes in the length that `*length` says. Returns: 0; PS_EINVAL when there is less room than 4 bytes.
+    // Writes 8 bytes where there is room for them, 4 where the room is just that. Returns: 0; PS_EINVAL for any
+    // other room.
     static int Write(void* value, int* length, int result) noexcept;
 };
 

@@ -439,7 +439,8 @@ void CIPSocketTcp::ApplySettings(tcp_pcb* pcb) const noexcept
     pcb->keep_idle = static_cast<u32_t>(m_KeepAlive.m_nIdle) * s_nMsecPerSec;
     pcb->keep_intvl = static_cast<u32_t>(m_KeepAlive.m_nInterval) * s_nMsecPerSec;
     pcb->keep_cnt = static_cast<u32_t>(m_KeepAlive.m_nCount);
-    if (m_bNoDelay) {
+    // Inside the stack small segments cost little, and a delayed acknowledgement would hold the next one up.
+    if (m_bNoDelay || CIPTcpEnd::IsInside(pcb)) {
         tcp_nagle_disable(pcb);
     } else {
         tcp_nagle_enable(pcb);
@@ -502,12 +503,11 @@ void CIPSocketTcp::OnSettingsLocked()
     if (!pcb) {
         return;
     }
-    const bool delayed = !m_bNoDelay;
     ApplySettings(pcb);
     if (m_eState == Connected) {
         ChangeWindow(pcb);
-        if (!delayed) {
-            tcp_output(pcb);
+        if (m_bNoDelay) {
+            tcp_output(pcb);   // what was held back may go now
         }
         if (!m_bSendShut) {
             UpdateOut(pcb);

@@ -94,6 +94,7 @@ void CIPStackThread::RunSource(CIPTimerSource* source, long long now)
 void CIPStackThread::Run()
 {
     mantle::CMNWaiter& waiter = mantle::CMNWaiter::Current();
+    const mantle::CMNClockParticipant participant;
     {
         std::lock_guard<std::mutex> guard(m_Mutex);
         m_pWaiter.store(&waiter);

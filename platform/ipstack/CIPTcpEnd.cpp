@@ -147,16 +147,18 @@ void CIPTcpEnd::OnSlowTick()
     }
 }
 
+bool CIPTcpEnd::IsInside(const tcp_pcb* pcb) noexcept
+{
+    return ip_addr_cmp(&pcb->remote_ip, &pcb->local_ip) || ip_addr_isloopback(&pcb->remote_ip) ||
+           ip_addr_isloopback(&pcb->local_ip);
+}
+
 void CIPTcpEnd::ReapTimeWait()
 {
     for (tcp_pcb* pcb = tcp_tw_pcbs; pcb;) {
         tcp_pcb* next = pcb->next;
-        if (CIPAddress::IsOwn(pcb->remote_ip)) {
-            const bool inside = ip_addr_cmp(&pcb->remote_ip, &pcb->local_ip) || ip_addr_isloopback(&pcb->remote_ip) ||
-                                ip_addr_isloopback(&pcb->local_ip);
-            if (inside || tcp_ticks - pcb->tmr > s_dwWireTicks) {
-                tcp_abort(pcb);
-            }
+        if (IsInside(pcb) || (CIPAddress::IsOwn(pcb->remote_ip) && tcp_ticks - pcb->tmr > s_dwWireTicks)) {
+            tcp_abort(pcb);
         }
         pcb = next;
     }
@@ -173,14 +175,17 @@ void CIPTcpEnd::FreeDeadOnes() noexcept
     }
 }
 
-void CIPTcpEnd::Discard(tcp_pcb* pcb, pbuf* packet) noexcept
+err_t CIPTcpEnd::Discard(tcp_pcb* pcb, pbuf* packet) noexcept
 {
     CIPCounters::Add(CIPCounters::TcpUnreadDiscarded, packet->tot_len);
-    tcp_recved(pcb, packet->tot_len);
+    const u16_t length = packet->tot_len;
     pbuf_free(packet);
     if (pcb->state == FIN_WAIT_2) {
-        tcp_set_flags(pcb, TF_RXCLOSED);
+        tcp_abort(pcb);   // all of ours has arrived: the peer learns that nobody reads
+        return ERR_ABRT;
     }
+    tcp_recved(pcb, length);
+    return ERR_OK;
 }
 
 err_t CIPTcpEnd::OnReceived(void* arg, tcp_pcb* pcb, pbuf* packet, err_t)
@@ -190,7 +195,7 @@ err_t CIPTcpEnd::OnReceived(void* arg, tcp_pcb* pcb, pbuf* packet, err_t)
         return end->m_pSocket->OnReceived(pcb, packet);
     }
     if (packet) {
-        end->Discard(pcb, packet);
+        return end->Discard(pcb, packet);
     }
     return ERR_OK;
 }

@@ -43,7 +43,7 @@ public:
     void Orphan(CIPPortTable::CHold&& hold) noexcept;
     void Abort() noexcept;
 
-    // lwIP's list of free numbers is not used: a connection is closed by lwIP for this reason meanwhile.
+    // While one lives, connections that lwIP ends fail for this reason.
     class CIPAbortReason
     {
     public:
@@ -55,6 +55,9 @@ public:
 
     // Ends orphans without progress and connections in TIME_WAIT that are not needed or too many.
     static void OnSlowTick();
+
+    // Whether both ends are one address of this stack, or loopback: nothing is lost or late between them.
+    static bool IsInside(const tcp_pcb* pcb) noexcept;
 
     // Ends connections in TIME_WAIT whose peer is this stack: nothing of theirs can still be on its way, except
     // on a wire between two links.
@@ -93,7 +96,7 @@ private:
     static void FreeDeadOnes() noexcept;
     static const tcp_ext_arg_callbacks s_Callbacks;
 
-    void Discard(tcp_pcb* pcb, pbuf* packet) noexcept;
+    err_t Discard(tcp_pcb* pcb, pbuf* packet) noexcept;
     void AbortOrphan() noexcept;
 
     tcp_pcb* m_pPcb;
