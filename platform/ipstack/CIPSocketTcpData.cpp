@@ -154,20 +154,20 @@ long CIPSocketTcp::Send(const ps_iovec* pieces, unsigned long count, const CIPAd
     }
     unsigned long done = 0;
     for (;;) {
-        long count_i;
+        long taken;
         {
             CIPCoreGuard guard;
-            count_i = Write(pieces, count, total, done);
+            taken = Write(pieces, count, total, done);
         }
-        if (count_i < 0) {
-            return done != 0 ? static_cast<long>(done) : count_i;
+        if (taken < 0) {
+            return done != 0 && taken != -PS_EBADF ? static_cast<long>(done) : taken;
         }
-        done += static_cast<unsigned long>(count_i);
+        done += static_cast<unsigned long>(taken);
         if (done == total || IsNonBlocking()) {
             return static_cast<long>(done);
         }
         if (!WaitFor(CIPReadiness::s_dwOut)) {
-            return done != 0 ? static_cast<long>(done) : -PS_EBADF;
+            return -PS_EBADF;
         }
     }
 }

@@ -48,6 +48,7 @@ std::vector<CSocket> AcceptAllWaiting(int listener)
 void ExpectHeld(int backlog, int asked, int held)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     const CSocket listener = Listener(CAddress::Loopback(), backlog);
     std::vector<CSocket> clients = ConnectMany(LocalAddress(listener.Get()), asked);
     EXPECT_EQ(held, CountConnected(clients));

@@ -58,6 +58,7 @@ TEST(Buffers, SetBeyondTheMost_Limits_NeverGreater)
 TEST(Buffers, NothingAcknowledged_Sender_HoldsItsLimit)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     const std::size_t byDefault = HeldBySender(1400, 0);
     EXPECT_LE(byDefault, 65535U);
     EXPECT_GT(byDefault, 65535U - 17);
@@ -72,6 +73,7 @@ TEST(Buffers, NothingAcknowledged_Sender_HoldsItsLimit)
 TEST(Buffers, LimitBelowTwoSegments_Sender_HoldsTwo)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     constexpr std::size_t segment = 536;   // MTU 576 less the IPv4 and TCP headers
     const std::size_t held = HeldBySender(576, 1);
     EXPECT_LE(held, 2 * segment);
@@ -82,6 +84,7 @@ TEST(Buffers, TinyLimits_Transfer_NotStalled)
 {
     // A window below two segments makes a sender wait for its timer with each of them.
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CPair pair = Connected();
     EXPECT_EQ(0, ps_set_snd_rcv_buffer(pair.m_Client.Get(), 1, 1));
     EXPECT_EQ(0, ps_set_snd_rcv_buffer(pair.m_Server.Get(), 1, 1));
@@ -94,6 +97,7 @@ TEST(Buffers, TinyLimits_Transfer_NotStalled)
 TEST(Buffers, TinyLimitsOverAWire_Transfer_NotStalled)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CWire wire;
     CPair pair = wire.Connect();
     EXPECT_EQ(0, ps_set_snd_rcv_buffer(pair.m_Client.Get(), 2048, 2048));
@@ -106,6 +110,7 @@ TEST(Buffers, TinyLimitsOverAWire_Transfer_NotStalled)
 TEST(Buffers, NobodyReads_Receiver_HoldsItsLimitAndStopsThePeer)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CPair pair = Connected();
     std::size_t sent = 0;
     for (int i = 0; i < 20; ++i) {
@@ -128,6 +133,7 @@ TEST(Buffers, NobodyReadsBothWays_TimePasses_AllArrivesLater)
 {
     // Two windows of zero must not make both ends answer each other for ever.
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CPair pair = Connected();
     const std::size_t there = Fill(pair.m_Client.Get(), 4096);
     const std::size_t back = Fill(pair.m_Server.Get(), 4096);
@@ -140,6 +146,7 @@ TEST(Buffers, NobodyReadsBothWays_TimePasses_AllArrivesLater)
 TEST(Buffers, NobodyReadsBothWaysOverAWire_TimePasses_AllArrivesLater)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CWire wire;
     CPair pair = wire.Connect();
     std::size_t there = 0;
@@ -157,6 +164,7 @@ TEST(Buffers, NobodyReadsBothWaysOverAWire_TimePasses_AllArrivesLater)
 TEST(Buffers, RaisedLimits_NobodyReads_MoreIsHeld)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CWire wire;
     CPair pair = wire.Connect();
     EXPECT_EQ(0, ps_set_snd_rcv_buffer(pair.m_Client.Get(), s_nMost, s_nMost));
@@ -174,6 +182,7 @@ TEST(Buffers, RaisedLimits_NobodyReads_MoreIsHeld)
 TEST(Buffers, LoweredLimit_NobodyReads_HeldOnceThePromiseIsUsed)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CWire wire(ipstack::CIPStackWireSettings(), 576);
     CPair pair = wire.Connect();
     EXPECT_EQ(0, ps_set_snd_rcv_buffer(pair.m_Server.Get(), s_nDefault, 4096));
@@ -200,6 +209,7 @@ TEST(Buffers, LoweredLimit_NobodyReads_HeldOnceThePromiseIsUsed)
 TEST(Buffers, WindowUpdateLost_TimePasses_TransferGoesOn)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CWire wire;
     CPair pair = wire.Connect();
     std::size_t sent = 0;

@@ -72,6 +72,7 @@ TEST(Closing, LowReceiveLimit_Close_EndsInOrder)
 TEST(Closing, PeerReadsLate_Close_AllArrivesThenTheEnd)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CPair pair = Connected();
     const std::size_t sent = Fill(pair.m_Client.Get(), 8192);
     EXPECT_GT(sent, 65535U);   // more than the peer's buffer holds
@@ -84,6 +85,7 @@ TEST(Closing, PeerReadsSlowly_Close_AllArrivesHoweverLong)
 {
     // Each read is progress: the bound on what a close leaves behind starts again.
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CPair pair = Connected();
     EXPECT_EQ(0, ps_set_snd_rcv_buffer(pair.m_Client.Get(), 524288, 65535));
     const std::size_t sent = Fill(pair.m_Client.Get(), 8192);
@@ -103,6 +105,7 @@ TEST(Closing, PeerReadsSlowly_Close_AllArrivesHoweverLong)
 TEST(Closing, IdleForLongThenLosses_Close_AllArrivesThenTheEnd)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CWire wire;
     CPair pair = wire.Connect();
     EXPECT_EQ(0, ps_set_snd_rcv_buffer(pair.m_Client.Get(), 524288, 65535));
@@ -120,6 +123,7 @@ TEST(Closing, IdleForLongThenLosses_Close_AllArrivesThenTheEnd)
 TEST(Closing, LossyWire_Close_AllArrivesThenTheEnd)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     ipstack::CIPStackWireSettings settings;
     settings.m_dwLossPerMille = 100;
     CWire wire;
@@ -133,6 +137,7 @@ TEST(Closing, LossyWire_Close_AllArrivesThenTheEnd)
 TEST(Closing, PeerNeverReads_Closed_OverAfterAboutAMinute)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CSocket listener = Listener();
     const CAddress at = LocalAddress(listener.Get());
     CPair pair = ConnectedThrough(listener);
@@ -152,6 +157,7 @@ TEST(Closing, PeerNeverReads_Closed_OverAfterAboutAMinute)
 TEST(Closing, PeerVanished_Closed_OverAfterAboutAMinute)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CWire wire;
     CSocket listener = Listener(CWire::EndB());
     const CAddress at = LocalAddress(listener.Get());
@@ -203,6 +209,7 @@ TEST(Closing, WritingShut_HalfClosed_OtherDirectionWorks)
 TEST(Closing, HalfClosedForLong_OtherDirection_StillWorks)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CPair pair = Connected();
     EXPECT_EQ(0, ps_shutdown(pair.m_Client.Get(), PS_SHUT_WR));
     PassStackTime(3600000);

@@ -119,6 +119,7 @@ TEST(Connecting, Listener_Blocking_Zero)
 TEST(Connecting, NobodyAnswers_NonBlocking_TimedOut)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CLink link("10.9.0.1");
     const CSocket client = Tcp();
     const long long start = StackTimeMs();
@@ -134,6 +135,7 @@ TEST(Connecting, NobodyAnswers_NonBlocking_TimedOut)
 TEST(Connecting, NobodyAnswers_Blocking_TimedOut)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CLink link("10.9.0.1");
     const CSocket client = BlockingTcp();
     KIT_EXPECT_ERROR(PS_ETIMEDOUT, Connect(client.Get(), s_Nobody));
@@ -142,6 +144,7 @@ TEST(Connecting, NobodyAnswers_Blocking_TimedOut)
 TEST(Connecting, FirstPacketsLost_WireMends_Made)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CWire wire;
     wire.Cut();
     const CSocket listener = Listener(CWire::EndB());

@@ -169,6 +169,7 @@ TEST(Options, BadLengthOrPlace_Calls_Refused)
 TEST(Options, KeepAlive_PeerVanished_FailsInTheTimeAsked)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CWire wire;
     CPair pair = wire.Connect();
     EXPECT_EQ(0, SetOption(pair.m_Client.Get(), PS_SOL_SOCKET, PS_SO_KEEPALIVE, 1));
@@ -184,6 +185,7 @@ TEST(Options, KeepAlive_PeerVanished_FailsInTheTimeAsked)
 TEST(Options, KeepAliveIdleAlone_PeerVanished_FailsInTheEnd)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CWire wire;
     CPair pair = wire.Connect();
     EXPECT_EQ(0, SetOption(pair.m_Client.Get(), PS_SOL_SOCKET, PS_SO_KEEPALIVE, 1));
@@ -197,6 +199,7 @@ TEST(Options, KeepAliveIdleAlone_PeerVanished_FailsInTheEnd)
 TEST(Options, KeepAlive_PeerThere_ConnectionStays)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CWire wire;
     CPair pair = wire.Connect();
     EXPECT_EQ(0, SetOption(pair.m_Client.Get(), PS_SOL_SOCKET, PS_SO_KEEPALIVE, 1));
@@ -209,6 +212,7 @@ TEST(Options, KeepAlive_PeerThere_ConnectionStays)
 TEST(Options, NoKeepAlive_PeerVanished_NothingNoticed)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CWire wire;
     CPair pair = wire.Connect();
     wire.Cut();

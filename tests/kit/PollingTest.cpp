@@ -18,6 +18,7 @@ TEST(Polling, NullArray_WithACount_Fails)
 TEST(Polling, NoEntries_TimeOut_Waits)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     StartStack();
     ps_pollfd none = {1, PS_POLLIN, 7};
     const long long start = StackTimeMs();
@@ -32,6 +33,7 @@ TEST(Polling, NoEntries_TimeOut_Waits)
 TEST(Polling, NegativeHandle_Any_PassedOverAndNotCounted)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CPair pair = Connected();
     ps_pollfd entries[3] = {{-1, s_nInOut, 77}, {pair.m_Client.Get(), PS_POLLOUT, 77}, {-500, s_nInOut, 77}};
     EXPECT_EQ(1, ps_poll(entries, 3, 1000));
@@ -101,6 +103,7 @@ TEST(Polling, OrderlyCloseByPeer_BeforeAndAfterReading_InputNeverHangUp)
 TEST(Polling, BothSidesShut_MinutesPass_StillInputNeverHangUp)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CPair pair = Connected();
     EXPECT_EQ(0, ps_shutdown(pair.m_Client.Get(), PS_SHUT_WR));
     EXPECT_EQ(0, ps_shutdown(pair.m_Server.Get(), PS_SHUT_WR));
@@ -142,6 +145,7 @@ TEST(Polling, UnconnectedOrListening_Poll_NeverOutput)
 TEST(Polling, TimeOutZero_NothingReady_ReturnsAtOnce)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CPair pair = Connected();
     const long long start = mantle::CMNClock::NowUs();
     ps_pollfd entry = {pair.m_Client.Get(), PS_POLLIN, 7};
@@ -153,6 +157,7 @@ TEST(Polling, TimeOutZero_NothingReady_ReturnsAtOnce)
 TEST(Polling, TimeOut_NothingReady_WaitsThatLongAndNotLonger)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CPair pair = Connected();
     for (const int limit : {1, 7, 250, 3601, 3600000}) {
         const long long start = mantle::CMNClock::NowUs();

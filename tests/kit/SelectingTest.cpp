@@ -128,6 +128,7 @@ TEST(Selecting, ClosedHandle_EveryList_AppearsInEach)
 TEST(Selecting, NegativeEntries_Any_PassedOver)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CPair pair = Connected();
     ps_fdsets in = {};
     ps_fdsets out = {};
@@ -152,6 +153,7 @@ TEST(Selecting, NegativeEntries_Any_PassedOver)
 TEST(Selecting, NothingReady_TimeOutZero_ReturnsAtOnce)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CPair pair = Connected();
     ps_fdsets in = {};
     ps_fdsets out = {};
@@ -167,6 +169,7 @@ TEST(Selecting, NothingReady_TimeOutZero_ReturnsAtOnce)
 TEST(Selecting, EmptyLists_TimeOut_Waits)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     StartStack();
     const ps_fdsets in = {};
     ps_fdsets out = {};

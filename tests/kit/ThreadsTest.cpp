@@ -333,6 +333,7 @@ TEST(Threads, NobodyCalls_TimePasses_StackRepeatsByItself)
 {
     // The answer to an opening segment is repeated although no thread calls into the stack.
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CLink link("10.9.0.1");
     const CSocket listener = Listener(CAddress::V4(10, 9, 0, 1, 0));
     const CAddress peer = CAddress::V4(10, 9, 0, 2, 20000);

@@ -106,13 +106,20 @@ TEST(Wire, OwnAddress_Connect_StaysLocal)
 {
     CWire wire;
     wire.Cut();
-    CPair pair = Connected(CWire::EndA());
+    // A source of its own: one that is not bound goes out by the other end.
+    const CSocket listener = Listener(CWire::EndA());
+    CPair pair;
+    pair.m_Client = Tcp();
+    EXPECT_EQ(0, Bind(pair.m_Client.Get(), CWire::EndA()));
+    EXPECT_EQ(0, Connect(pair.m_Client.Get(), LocalAddress(listener.Get())));
+    pair.m_Server = Accept(listener);
     EXPECT_TRUE(Transfer(pair.m_Client.Get(), pair.m_Server.Get(), 100000));
 }
 
 TEST(Wire, LossyStream_BothWays_AllArrives)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     ipstack::CIPStackWireSettings settings;
     settings.m_qwSeed = 3;
     settings.m_dwLossPerMille = 50;
@@ -126,6 +133,7 @@ TEST(Wire, LossyStream_BothWays_AllArrives)
 TEST(Wire, EverythingAtOnce_Stream_AllArrives)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     ipstack::CIPStackWireSettings settings;
     settings.m_qwSeed = 4;
     settings.m_dwLossPerMille = 20;
@@ -144,6 +152,7 @@ TEST(Wire, EverythingAtOnce_Stream_AllArrives)
 TEST(Wire, Lossy_Datagrams_MissingOnesAreCounted)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     ipstack::CIPStackWireSettings settings;
     settings.m_dwLossPerMille = 250;
     CWire wire;
@@ -157,6 +166,7 @@ TEST(Wire, Lossy_Datagrams_MissingOnesAreCounted)
 TEST(Wire, Duplicating_Datagrams_SecondsAreCounted)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     ipstack::CIPStackWireSettings settings;
     settings.m_dwDuplicatePerMille = 200;
     CWire wire;
@@ -169,6 +179,7 @@ TEST(Wire, Duplicating_Datagrams_SecondsAreCounted)
 TEST(Wire, Reordering_Datagrams_LaterButAll)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     ipstack::CIPStackWireSettings settings;
     settings.m_dwReorderPerMille = 200;
     CWire wire;
@@ -182,6 +193,7 @@ TEST(Wire, Reordering_Datagrams_LaterButAll)
 TEST(Wire, SameSeed_SamePackets_SameRun)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     ipstack::CIPStackWireSettings settings;
     settings.m_qwSeed = 77;
     settings.m_dwLossPerMille = 100;
@@ -196,6 +208,7 @@ TEST(Wire, SameSeed_SamePackets_SameRun)
 TEST(Wire, Delayed_Datagram_ArrivesWhenDue)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     ipstack::CIPStackWireSettings settings;
     settings.m_dwDelayUs = 250000;
     CWire wire(settings);
@@ -212,6 +225,7 @@ TEST(Wire, Delayed_Datagram_ArrivesWhenDue)
 TEST(Wire, QueueFull_Datagrams_LostAndCounted)
 {
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     ipstack::CIPStackWireSettings settings;
     settings.m_dwDelayUs = 1000000;
     settings.m_dwQueuePackets = 10;

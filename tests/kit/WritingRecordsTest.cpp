@@ -60,6 +60,7 @@ TEST(Writing, FilledWithRecords_TimePasses_EachStillInOnePiece)
 {
     // A probe of the full window must not cut a record in two.
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CPair pair = Connected();
     std::size_t sent = Fill(pair.m_Client.Get(), s_dwRecord);
     std::size_t received = 0;
@@ -136,6 +137,7 @@ TEST(Writing, RecordsOverAWire_SegmentsOfOddLength_EachInOnePiece)
 {
     // 536 bytes a segment: no whole number of records fits.
     mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
     CWire wire(ipstack::CIPStackWireSettings(), 576);
     CPair pair = wire.Connect();
     std::size_t sent = Fill(pair.m_Client.Get(), s_dwRecord);
