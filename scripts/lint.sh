@@ -11,11 +11,14 @@ sh scripts/words.sh || status=1
 echo 'lint: format'
 sh scripts/format.sh --check || status=1
 
+# Without the tests, whose events and sinks delete themselves. The compilers check format strings better; a right
+# shift of a negative number is arithmetic with all of them.
 echo 'lint: cppcheck'
 cppcheck --quiet --error-exitcode=1 --std=c++17 --language=c++ --inline-suppr -j "$jobs" \
     --enable=warning,performance,portability --suppress=missingIncludeSystem \
-    -I . -I include -I platform/include -I platform/ipstack --library=googletest \
-    $(sh scripts/sources.sh cpp) || status=1
+    --suppress=invalidPrintfArgType_uint --suppress=useInitializationList --suppress=shiftNegativeLHS --suppress=virtualCallInConstructor \
+    -I . -I include -I platform/include -I platform/ipstack \
+    $(sh scripts/sources.sh cpp | grep -v '^tests/') || status=1
 
 echo 'lint: clang-tidy'
 cmake --preset clang >/dev/null || exit 1
