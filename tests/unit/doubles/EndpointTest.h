@@ -3,6 +3,8 @@
 #define TESTS_UNIT_DOUBLES_ENDPOINTTEST_H
 
 #include <memory>
+#include <set>
+#include <sstream>
 #include <string>
 
 #include "mantle/CMNInetAddr.h"
@@ -31,20 +33,21 @@ protected:
     {
         m_Reactor.ProcessTimerTick();
         m_Reactor.ProcessTimerTick();
-        m_Thread.UseReactor<CRecordingReactor>(nullptr);
+        m_Thread.UseReactor(nullptr);
         m_Reactor.Close();
         ScriptedStackTest::TearDown();
     }
 
-    // One turn of the loop, whose wait reports `events` of `handle` if that is watched. Returns: what was watched, as
-    // "[7:1,8:3]" with the wanted events (the reactor's own pipe has handle 1003).
+    // One turn of the loop, whose wait reports `events` of `handle` if that is watched. Returns: what was watched beside
+    // the reactor's own pipe, as "7:1 8:3" with the wanted events.
     std::string Turn(int handle = -1, short events = 0)
     {
         m_Stack.On("ps_poll").WithReady(handle, events).Calls([this] { m_Reactor.SetStopFlag(); });
         m_Reactor.SetStartFlag();
         EXPECT_EQ(m_Reactor.RunEventLoop(), uxport::MN_OK);
         const CCalls polls = m_Stack.TakeCallsOf("ps_poll");
-        return polls.size() == 1 ? polls.front().substr(8, polls.front().find(']') - 7) : std::string("?");
+        EXPECT_EQ(polls.size(), 1u);
+        return polls.empty() ? std::string("?") : Watched(polls.front());
     }
 
     // A block with a copy of `text`.
@@ -77,6 +80,24 @@ protected:
     }
 
     CRecordingReactor m_Reactor;
+
+private:
+    static constexpr int s_nPipe = 1003;  // its read end
+
+    // From the text of a wait, "ps_poll([1003:1,7:1],2,0)=1".
+    static std::string Watched(const std::string& poll)
+    {
+        std::set<std::string> entries;
+        std::istringstream list(poll.substr(poll.find('[') + 1, poll.find(']') - poll.find('[') - 1));
+        for (std::string entry; std::getline(list, entry, ',');) {
+            if (entry.rfind(std::to_string(s_nPipe) + ":", 0) != 0)
+                entries.insert(entry);
+        }
+        std::string text;
+        for (const std::string& entry : entries)
+            text += (text.empty() ? "" : " ") + entry;
+        return text;
+    }
 };
 
 #endif
