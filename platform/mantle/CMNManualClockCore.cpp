@@ -124,6 +124,12 @@ void CMNManualClockCore::AddWaiter(CMNWaiter* waiter)
     m_All.push_back(waiter);
 }
 
+void CMNManualClockCore::RenewWaiter(CMNWaiter* waiter)
+{
+    CGuard guard(m_Mutex);
+    waiter->m_qwOrder = ++m_qwOrder;
+}
+
 void CMNManualClockCore::RemoveWaiter(CMNWaiter* waiter)
 {
     CGuard guard(m_Mutex);

@@ -33,6 +33,7 @@ public:
     CMNWaiter::EOutcome Wait(CMNWaiter& waiter, std::uint32_t sequence, long long deadlineUs);
 
     void AddWaiter(CMNWaiter* waiter);
+    void RenewWaiter(CMNWaiter* waiter);  // as if it had just been made
     void RemoveWaiter(CMNWaiter* waiter);
 
 private:

@@ -114,6 +114,7 @@ void CMNThread::Run(CMNThread* thread, const std::shared_ptr<CImpl>& impl)
     local.GiveBackAtEnd();
     local.m_pThread = thread;
     local.m_dwInLoop = 1;
+    CMNWaiter::Current();  // taken now: the hand-moved clock wakes threads in the order of their creation
     impl->m_pHandle.store(reinterpret_cast<void*>(::pthread_self()));
     thread->SetThreadId(CMNThreadManager::GetThreadSelfId());
     thread->BlockSignal();

@@ -48,12 +48,16 @@ CMNThread* CMNThreadManager::GetThread(TType type)
         return nullptr;
     if (type == TT_CURRENT)
         return CMNThreadLocal::Get().m_pThread;
+    CMNThread* ended = nullptr;
     CGuard guard(m_pImpl->m_Mutex);
     for (const CImpl::CEntry& entry : m_pImpl->m_Threads) {
-        if (entry.m_pThread->m_pImpl->m_nType.load() == type)
+        if (entry.m_pThread->m_pImpl->m_nType.load() != type)
+            continue;
+        if (entry.m_pThread->IsRunning())
             return entry.m_pThread;
+        ended = entry.m_pThread;
     }
-    return nullptr;
+    return ended;
 }
 
 CMNThreadManager::TType CMNThreadManager::GetNewThreadType()

@@ -137,8 +137,7 @@ CMNThreadUser* CMNThreadUser::AdoptCurrentThread()
     if (manager->IsCleaningUp())
         return nullptr;
     auto* thread = new CMNThreadUser;
-    const bool main = CMNThreadLocal::IsMainThread() && !manager->GetThread(CMNThreadManager::TT_MAIN);
-    thread->CreateNotRun(main ? CMNThreadManager::TT_MAIN : manager->GetNewThreadType());
+    thread->CreateNotRun(CMNThreadLocal::IsMainThread() ? CMNThreadManager::TT_MAIN : manager->GetNewThreadType());
     return thread;
 }
 

@@ -1,5 +1,6 @@
 #include "CMNWaiterPool.h"
 
+#include "CMNManualClockCore.h"
 #include "mantle/CMNWaiter.h"
 
 namespace mantle
@@ -13,15 +14,19 @@ CMNWaiterPool& CMNWaiterPool::Instance() noexcept
 
 CMNWaiter* CMNWaiterPool::Take()
 {
+    CMNWaiter* waiter = nullptr;
     {
         CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
         if (!m_Free.empty()) {
-            CMNWaiter* waiter = m_Free.back();
+            waiter = m_Free.back();
             m_Free.pop_back();
-            return waiter;
         }
     }
-    auto* waiter = new CMNWaiter;
+    if (waiter) {
+        CMNManualClockCore::Instance().RenewWaiter(waiter);
+        return waiter;
+    }
+    waiter = new CMNWaiter;
     CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
     m_All.push_back(waiter);
     return waiter;

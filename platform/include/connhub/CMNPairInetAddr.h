@@ -27,8 +27,8 @@ inline bool operator!=(const CMNPairInetAddr& a, const CMNPairInetAddr& b) noexc
     return !(a == b);
 }
 
-// Folds a signed 32-bit number with arithmetic shifts (the sign comes in from above) by 16 and by 8, and widens
-// it with its sign: a negative one gives a value near the largest.
+// Folds a signed 32-bit number onto itself with arithmetic shifts (the sign comes in from above) by 16 and by 8,
+// and widens the result with its sign.
 inline std::size_t FoldInetAddrHash(std::int32_t value) noexcept
 {
     value ^= value >> 16;

@@ -45,7 +45,8 @@ public:
 // Once every participant (CMNClockParticipant, and every framework thread from before it starts until it has
 // ended) waits in a CMNWaiter and nobody who waits has been signalled, the clock moves on to the earliest
 // deadline of all who wait, participants or not, and wakes that one waiter; the next step comes when all wait
-// again. Equal deadlines are woken one after the other, the older waiter first, so that a run repeats exactly.
+// again. Equal deadlines are woken one after the other, the older thread first, so that a run repeats exactly as
+// far as its threads do not run at the same time for other reasons.
 // A waiter that has been signalled, or whose deadline has come, counts as running before it has woken up.
 //
 // Time starts at a full ten seconds of CMNClock and goes on from where it was left when the object goes. What

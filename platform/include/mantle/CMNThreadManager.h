@@ -31,8 +31,8 @@ public:
 
     static CMNThreadManager* Instance();
 
-    // The thread object of type `type`; TT_CURRENT: the calling thread's own. Null when there is none, and
-    // for a thread that nobody adopted.
+    // The thread object of type `type`, one that runs before one that has ended; TT_CURRENT: the calling thread's
+    // own. Null when there is none, and for a thread that nobody adopted.
     CMNThread* GetThread(TType type);
 
     // A type for a new thread; never TT_CURRENT.
@@ -54,8 +54,8 @@ public:
     void RegisterThread(CMNThread* thread, bool owned);
     void UnregisterThread(CMNThread* thread);
 
-    // The orderly end of the process; also run at exit (registered when the manager is first used). In this order:
-    // user queues refuse posts, destroy what they hold and fire what is due until nothing is; user threads are
+    // The orderly end of the process; also run at exit, where it is registered when the manager is first used:
+    // X and fire what is due until nothing is; user threads are
     // stopped and joined; network threads are stopped and joined; the clean-up objects are destroyed, newest
     // first, with the single-thread checks silent on this thread. Called from a framework thread or a callback it
     // does not join itself and leaves what is shared alive. A thread that does not come back within the bound
