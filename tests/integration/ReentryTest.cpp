@@ -11,6 +11,7 @@ namespace
 {
 
 constexpr unsigned short PORT = 7007;
+constexpr unsigned short OTHER_PORT = 7011;
 constexpr unsigned short NOBODYS_PORT = 7008;
 
 class ReentryTest : public testing::Test
@@ -164,12 +165,37 @@ TEST_F(ReentryTest, PeersWaiting_SinkReleasesAcceptor_OneIndicationOnly)
     ASSERT_TRUE(m_Network.WaitFor([&] { return listener.GetPeer().m_qwReceived != 0; }));
 }
 
-TEST_F(ReentryTest, PeerAccepted_SinkStopsAndListensAgain_NextPeerAccepted)
+TEST_F(ReentryTest, PeerAccepted_SinkStopsAndListensElsewhere_BothPeersServed)
 {
     Listen();
     m_pListener->m_fAfter = [this] {
         if (m_pListener->m_nIndications == 1) {
             EXPECT_EQ(MN_OK, m_pListener->GetAcceptor()->StopListen(0));
+            EXPECT_EQ(MN_OK, m_pListener->Listen(Loopback(OTHER_PORT)));
+        }
+    };
+    Connect();
+    ASSERT_TRUE(m_Network.WaitFor([this] { return m_pListener->m_nIndications == 1; }));
+    CClient second(m_Network);
+    m_Network.Run([&] { ASSERT_EQ(MN_OK, second.Connect(Loopback(OTHER_PORT), 5)); });
+    ASSERT_TRUE(m_Network.WaitFor([this] { return m_pListener->m_nIndications == 2; }));
+    m_Network.Run([&] {
+        m_pClient->Send("first");
+        second.Send("second");
+    });
+    ASSERT_TRUE(m_Network.WaitFor([this] { return m_pListener->GetPeer(1).m_strReceived == "second"; }));
+    ASSERT_TRUE(m_Network.WaitFor([this] { return m_pListener->GetPeer(0).m_strReceived == "first"; }));
+}
+
+// The stack keeps a port from new listeners while accepted connections on it are open, not while they close.
+TEST_F(ReentryTest, PeerAccepted_SinkDropsItStopsAndListensAgain_NextPeerAccepted)
+{
+    Listen();
+    m_pListener->m_fAfter = [this] {
+        if (m_pListener->m_nIndications == 1) {
+            EXPECT_EQ(MN_OK, m_pListener->GetAcceptor()->StopListen(0));
+            EXPECT_EQ(10001UL, m_pListener->Listen(Loopback(PORT)));
+            Server().Drop();
             EXPECT_EQ(MN_OK, m_pListener->Listen(Loopback(PORT)));
         }
     };
@@ -180,6 +206,7 @@ TEST_F(ReentryTest, PeerAccepted_SinkStopsAndListensAgain_NextPeerAccepted)
     ASSERT_TRUE(m_Network.WaitFor([this] { return m_pListener->m_nIndications == 2; }));
     m_Network.Run([&] { second.Send("second"); });
     ASSERT_TRUE(m_Network.WaitFor([this] { return m_pListener->GetPeer(1).m_strReceived == "second"; }));
+    EXPECT_EQ(1, m_pClient->m_nOnDisconnect);
 }
 
 TEST_F(ReentryTest, DataArrives_SinkDisconnectsAndReleases_NothingMoreArrives)

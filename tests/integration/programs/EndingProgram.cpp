@@ -160,18 +160,19 @@ void OpenConnections()
     }
 }
 
-// Leaves everything pending that can be: a timer, releases whose deletion is deferred, a blocked send, and the
-// caller's whole queue of events.
+// Leaves everything pending that can be: a timer, deletions, blocked sends, events.
 void MakeWork()
 {
     GetReactor()->ScheduleTimer(&g_LateTimer, nullptr, CMNTimeValue(3600, 0), 1);
-    const std::string much(200000, 'x');
-    CMNMessageBlock block(much.size(), much.data(), CMNMessageBlock::DONT_DELETE, much.size());
-    g_Sink.m_Transports[0]->SendData(block, nullptr);
     for (int i = 0; i < 3; ++i) {
         IPSTransport* transport = g_Sink.m_Transports.back();
         g_Sink.m_Transports.pop_back();
         transport->ReleaseReference();
+    }
+    const std::string much(200000, 'x');
+    for (IPSTransport* transport : g_Sink.m_Transports) {
+        CMNMessageBlock block(much.size(), much.data(), CMNMessageBlock::DONT_DELETE, much.size());
+        transport->SendData(block, nullptr);
     }
     for (int i = 0; i < PENDING; ++i)
         GetReactor()->PostEvent(i % 2 == 0 ? new CCountedEvent(nullptr) : new CPostsWhenDestroyed);
