@@ -54,14 +54,14 @@ public:
     void RegisterThread(CMNThread* thread, bool owned);
     void UnregisterThread(CMNThread* thread);
 
-    // The orderly end of the process; also run at exit, where it is registered when the manager is first used:
-    // X and fire what is due until nothing is; user threads are
-    // stopped and joined; network threads are stopped and joined; the clean-up objects are destroyed, newest
-    // first, with the single-thread checks silent on this thread. Called from a framework thread or a callback it
-    // does not join itself and leaves what is shared alive. A thread that does not come back within the bound
-    // leaves the objects undestroyed, with a trace line. A second call does nothing, but waits for a first one on
-    // another thread unless that may be waiting for this thread. Afterwards posts answer 10002, singletons and
-    // GetThread null.
+    // The orderly end of the process; also run at exit. It is registered when the manager is first used: static
+    // objects made later than that are gone by then. In this order: user queues refuse posts, destroy what they
+    // hold and fire what is due until nothing is; user threads are stopped and joined; network threads are stopped
+    // and joined; the clean-up objects are destroyed, newest first, with the single-thread checks silent on this
+    // thread. Called from a framework thread or a callback it does not join itself and leaves what is shared alive.
+    // A thread that does not come back within the bound leaves the objects undestroyed, with a trace line. A second
+    // call does nothing, but waits for a first one on another thread unless that may be waiting for this thread.
+    // Afterwards posts answer 10002, singletons and GetThread null.
     void CleanUp();
 
     // How long CleanUp waits for a thread; 10 s unless set.
