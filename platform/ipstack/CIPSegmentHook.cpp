@@ -141,6 +141,15 @@ bool IsIdleAtZeroWindow(const tcp_pcb* pcb, const tcp_hdr* header) noexcept
            static_cast<tcpwnd_size_t>(SND_WND_SCALE(pcb, header->wnd)) == pcb->snd_wnd;
 }
 
+// lwIP cuts segments to half the largest window it has seen, but to the full size while that is none. A first small
+// window would leave segments behind that are larger than it then believes possible.
+void KeepSegmentSize(tcp_pcb* pcb) noexcept
+{
+    if (pcb->snd_wnd_max < 2 && pcb->state >= ESTABLISHED) {
+        pcb->snd_wnd_max = 2U * pcb->mss;
+    }
+}
+
 // The peer lives: what a segment that lwIP takes in does to the timers.
 void NoteLife(tcp_pcb* pcb) noexcept
 {
@@ -176,6 +185,7 @@ CIPCounters::EId CIPSegmentHook::Check(tcp_pcb* pcb, tcp_hdr* header, std::uint1
         return CIPCounters::SegmentBadFlags;
     }
 
+    KeepSegmentSize(pcb);
     const std::uint32_t dataEnd = header->seqno + packet->tot_len;
     const std::uint32_t length = packet->tot_len + (syn ? 1U : 0U) + (fin ? 1U : 0U);
     if (length > 0 && TakesData(pcb)) {

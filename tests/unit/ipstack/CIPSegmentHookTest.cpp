@@ -263,6 +263,23 @@ TEST_F(CIPSegmentHookTest, ZeroWindow_ScaledWindowUnchanged_Dropped)
     EXPECT_EQ("accepted", Verdict(1000, 0, TCP_ACK));
 }
 
+TEST_F(CIPSegmentHookTest, NoWindowSeenYet_FirstSegment_FullSegmentsStayPossible)
+{
+    // A peer that opened with window 0 and then announced 100 bytes left a segment of the full size in the queue,
+    // larger than half the largest window: lwIP's assertion when more was written.
+    m_Pcb.mss = 1360;
+    m_Pcb.snd_wnd_max = 1;
+    EXPECT_EQ("accepted", Verdict(1000, 0, TCP_ACK));
+    EXPECT_EQ(2U * 1360, m_Pcb.snd_wnd_max);
+    m_Pcb.snd_wnd_max = 100;
+    EXPECT_EQ("accepted", Verdict(1000, 0, TCP_ACK));
+    EXPECT_EQ(100U, m_Pcb.snd_wnd_max);
+    m_Pcb.state = SYN_RCVD;
+    m_Pcb.snd_wnd_max = 0;
+    EXPECT_EQ("accepted", Verdict(1000, 0, TCP_ACK));
+    EXPECT_EQ(0U, m_Pcb.snd_wnd_max);
+}
+
 TEST_F(CIPSegmentHookTest, ShutdownReceiver_BareAckAtZeroWindow_InactivityTimerRunsOn)
 {
     m_Pcb.rcv_wnd = 0;
