@@ -350,8 +350,7 @@ long CIPSocketTcp::Shutdown(int direction)
     if (direction != PS_SHUT_RD && !m_bSendShut) {
         m_bSendShut = true;
         if (pcb) {
-            pcb->tmr = tcp_ticks;   // the closing states' time-outs count from now
-            tcp_shutdown(pcb, 0, 1);
+            CIPTcpEnd::SendFin(pcb);
         }
         RaiseLocked(CIPReadiness::s_dwOut);   // a write ends at once
     }

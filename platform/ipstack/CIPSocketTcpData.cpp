@@ -190,6 +190,9 @@ err_t CIPSocketTcp::OnReceived(tcp_pcb* pcb, pbuf* packet)
     if (!m_Queue.Append(packet)) {
         return ERR_MEM;   // lwIP keeps it and comes again
     }
+    if (pcb->rcv_wnd < pcb->mss) {
+        tcp_ack_now(pcb);   // the peer has to stop: it learns so at once, not with a delayed acknowledgement
+    }
     RaiseLocked(CIPReadiness::s_dwIn);
     return ERR_OK;
 }

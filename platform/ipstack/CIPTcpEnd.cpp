@@ -82,7 +82,6 @@ void CIPTcpEnd::Orphan(CIPPortTable::CHold&& hold) noexcept
     if (pcb->state == TIME_WAIT) {
         return;
     }
-    // lwIP counts its time-outs of the closing states from the last activity, which may be long ago.
     pcb->tmr = tcp_ticks;
     if (s_Orphans.m_dwCount >= s_dwMostOrphans) {
         s_Orphans.m_pFirst->AbortOrphan();
@@ -91,9 +90,24 @@ void CIPTcpEnd::Orphan(CIPPortTable::CHold&& hold) noexcept
     m_bOrphan = true;
     s_Orphans.Append(*this);
     // Only the sending side is closed: a peer that goes on sending must not reset what is still to go out.
-    tcp_shutdown(pcb, 0, 1);
+    SendFin(pcb);
     if (m_pPcb && pcb->state == FIN_WAIT_2) {
         tcp_set_flags(pcb, TF_RXCLOSED);
+    }
+}
+
+void CIPTcpEnd::SendFin(tcp_pcb* pcb) noexcept
+{
+    if (pcb->state != ESTABLISHED && pcb->state != CLOSE_WAIT) {
+        return;
+    }
+    // The closing states' time-outs count from the last activity, which may be long ago.
+    pcb->tmr = tcp_ticks;
+    if (tcp_enqueue_flags(pcb, TCP_FIN) == ERR_OK) {
+        pcb->state = pcb->state == ESTABLISHED ? FIN_WAIT_1 : LAST_ACK;
+        tcp_output(pcb);
+    } else {
+        tcp_shutdown(pcb, 0, 1);   // no memory: lwIP tries again on its timer
     }
 }
 

@@ -56,6 +56,10 @@ public:
     // Ends orphans without progress and connections in TIME_WAIT that are not needed or too many.
     static void OnSlowTick();
 
+    // Ends the sending direction behind what waits to be sent. The end gets a segment of its own: lwIP would mark the
+    // last segment of data with it, and when its persist timer cuts that segment in two, both parts keep the mark.
+    static void SendFin(tcp_pcb* pcb) noexcept;
+
     // Whether both ends are one address of this stack, or loopback: nothing is lost or late between them.
     static bool IsInside(const tcp_pcb* pcb) noexcept;
 
