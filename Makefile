@@ -28,7 +28,8 @@ build_preset = cmake --preset $(1) && cmake --build --preset $(1) --parallel $(J
 build: deps
 	$(call build_preset,release)
 
-demo: build
+demo: deps
+	$(call build_preset,release) --target filecopy
 	build/release/bin/filecopy $(FILE)
 
 test: build
@@ -64,6 +65,7 @@ lint:
 
 docs:
 	@sh scripts/deps.sh docs
+	@mkdir -p build/docs
 	doxygen docs/Doxyfile
 
 install: build
