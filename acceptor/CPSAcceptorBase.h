@@ -17,6 +17,7 @@ public:
     unsigned long AddReference() override { return AddReference_i(); }
     unsigned long ReleaseReference() override { return ReleaseReference_i(); }
     bool TryAddReference() { return TryAddReference_i(); }
+    unsigned long GetReferenceCount() { return GetReference_i(); }
     ~CPSAcceptorBase() override = default;
     bool IsConnector() override { return false; }
 

@@ -47,7 +47,7 @@ MNResult CPSAcceptorTcp::StopListen(long reason)
 int CPSAcceptorTcp::OnInput(int)
 {
     const CPSSelfHoldT<CPSAcceptorTcp> hold(*this);
-    while (AcceptOne_i()) {
+    while (AcceptOne_i() && !hold.IsLast()) {
     }
     return 0;
 }

@@ -25,7 +25,8 @@ public:
     int GetHandle() const override { return m_Socket.GetHandle(); }
 
     // Accepts until the stack has nothing more to give and offers each connection to the sink, which may stop,
-    // start again or release the acceptor meanwhile. Any error of an accept ends the pass. Returns: 0.
+    // start again or release the acceptor meanwhile; the last release ends the pass, and so does any error of an
+    // accept. Returns: 0.
     int OnInput(int handle) override;
     int OnOutput(int) override { return -1; }
     int OnClose(int, long) override { return 0; }

@@ -17,6 +17,9 @@ public:
         if (m_pObject)
             m_pObject->ReleaseReference();
     }
+    // Whether everybody else has let go meanwhile: the object dies with this hold and calls nobody any more.
+    bool IsLast() const { return m_pObject && m_pObject->GetReferenceCount() == 1; }
+
     CPSSelfHoldT(const CPSSelfHoldT&) = delete;
     CPSSelfHoldT& operator=(const CPSSelfHoldT&) = delete;
 
