@@ -249,8 +249,9 @@ int CScriptedPipes::Poll(ps_pollfd* entries, unsigned int count, int timeout)
     return ready;
 }
 
-int CScriptedPipes::Select(const ps_fdsets& in, ps_fdsets& out, const ps_timeval* timeout)
+int CScriptedPipes::Select(const ps_fdsets& asked, ps_fdsets& out, const ps_timeval* timeout)
 {
+    const ps_fdsets in = asked;  // may be the same record as `out`
     CUniqueLock lock(m_Mutex);
     const auto look = [&] {
         out.read.count = out.write.count = out.except.count = 0;

@@ -45,7 +45,7 @@ public:
     long Recv(int handle, void* data, unsigned long length);
 
     int Poll(ps_pollfd* entries, unsigned int count, int timeout);
-    int Select(const ps_fdsets& in, ps_fdsets& out, const ps_timeval* timeout);
+    int Select(const ps_fdsets& asked, ps_fdsets& out, const ps_timeval* timeout);
 
 private:
     struct CSocket
