@@ -34,6 +34,9 @@ function(uxport_test name)
     file(GLOB support CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/tests/support/*.cpp")
     add_executable(${name} ${sources} ${support})
     uxport_compile(${name})
+    # GoogleTest's own macros for typed and parameterised suites.
+    target_compile_options(${name} PRIVATE
+        $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>)
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests" "${PROJECT_SOURCE_DIR}" ${arg_INCLUDES})
     target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 NO_PRETTY_VALUES TEST_PREFIX "${name}/"
