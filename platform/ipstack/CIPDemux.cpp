@@ -155,8 +155,8 @@ public:
                               u16_t remotePort) noexcept
     {
         const CMixer& mixer = Mixer();
-        return mixer.Address(mixer.Address(mixer.Start(static_cast<std::uint64_t>(localPort) << 16 | remotePort), local),
-                             remote);
+        const std::uint64_t ports = mixer.Start(static_cast<std::uint64_t>(localPort) << 16 | remotePort);
+        return mixer.Address(mixer.Address(ports, local), remote);
     }
 
     // The connection of a flow; one that is not in TIME_WAIT goes before one that is.

@@ -455,6 +455,54 @@ TEST_F(CIPStackWireClockTest, LossDuplicatesReorderingDelay_Echoes_Intact)
     EXPECT_GT(m_Wire.GetReordered(), 0U);
 }
 
+TEST_F(CIPStackWireClockTest, BothWriteNobodyReads_TwoHours_QuietAndThenAllDelivered)
+{
+    // Both windows shut: lwIP answered each bare acknowledgement with another one, without end.
+    for (const char* to : {"127.0.0.1", EndB}) {
+        m_Wire.Close();
+        CIPStackWireSettings settings;
+        settings.m_dwDelayUs = 1000;
+        Open(settings);
+        const CAddress address(to, Port);
+        const CSocket listener = Listen(address);
+        CSocket ends[2];
+        ends[0] = Connect(address);
+        ASSERT_EQ(PS_POLLIN, Poll(listener.Get(), PS_POLLIN));
+        ends[1] = CSocket(ps_accept(listener.Get(), nullptr, nullptr));
+        std::size_t sent[2] = {};
+        char buffer[8192];
+        for (int round = 0; round < 100; ++round) {
+            for (unsigned int i = 0; i < 2; ++i) {
+                for (std::size_t at = 0; at < sizeof(buffer); ++at) {
+                    buffer[at] = StreamByte(sent[i] + at, i);
+                }
+                const long count = ps_send(ends[i].Get(), buffer, sizeof(buffer), 0);
+                ASSERT_GE(count, 0);
+                sent[i] += static_cast<std::size_t>(count);
+            }
+            ps_poll(nullptr, 0, 20);
+        }
+        const std::uint64_t drains = CIPCounters::Get(CIPCounters::DrainLimit);
+        const std::uint64_t packets = CIPCounters::Get(CIPCounters::LinkOut);
+        ps_poll(nullptr, 0, 2 * 3600 * 1000);
+        EXPECT_EQ(drains, CIPCounters::Get(CIPCounters::DrainLimit));
+        EXPECT_LT(CIPCounters::Get(CIPCounters::LinkOut) - packets, 10000U) << "a probe a minute and its answer";
+        EXPECT_GT(sent[0], 65535U);
+        std::size_t received[2] = {};
+        while (received[0] < sent[1] || received[1] < sent[0]) {
+            for (unsigned int i = 0; i < 2; ++i) {
+                const long count = ps_recv(ends[i].Get(), buffer, sizeof(buffer), 0);
+                ASSERT_GE(count, 0) << to << ", cause " << ps_is_socket_errno(ends[i].Get());
+                for (long at = 0; at < count; ++at) {
+                    ASSERT_EQ(StreamByte(received[i]++, 1 - i), buffer[at]);
+                }
+            }
+            ps_poll(nullptr, 0, 5);
+            ASSERT_LT(mantle::CMNClock::NowUs(), 40000LL * 1000000) << "stuck at " << received[0] << ", " << received[1];
+        }
+    }
+}
+
 TEST_F(CIPStackWireClockTest, Delay_OneDatagram_ArrivesExactlyThen)
 {
     CIPStackWireSettings settings;

@@ -25,4 +25,10 @@ uint32_t uxport_ipstack_random(void);
     } while (0)
 #define LWIP_RAND() uxport_ipstack_random()
 
+/* Without the builtins lwIP calls a function for each field of a header. */
+#if defined(__GNUC__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+#  define lwip_htons(x) __builtin_bswap16(x)
+#  define lwip_htonl(x) __builtin_bswap32(x)
+#endif
+
 #endif
