@@ -64,9 +64,9 @@ TEST(CMNReferenceControlTest, CountZero_Released_ReportedAndNothingElse)
 {
     const CCatchReports reports;
     const long live = CMNLiveObjects::Count();
-    CCounted object;
-    EXPECT_EQ(object.ReleaseReference(), 0u);
-    EXPECT_EQ(object.GetReference(), 0u);
+    const auto object = std::make_unique<CCounted>();
+    EXPECT_EQ(object->ReleaseReference(), 0u);
+    EXPECT_EQ(object->GetReference(), 0u);
     EXPECT_EQ(reports.Reports().size(), 1u);
     EXPECT_EQ(CMNLiveObjects::Count(), live + 1);
 }
