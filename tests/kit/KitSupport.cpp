@@ -1,6 +1,7 @@
 #include "KitSupport.h"
 
 #include <algorithm>
+#include <thread>
 
 #include "mantle/CMNClock.h"
 
@@ -338,6 +339,17 @@ CBytes ReceiveToEnd(int handle, int& end)
             end = -2;
             return all;
         }
+    }
+}
+
+void InThreads(int count, const std::function<void(int)>& run)
+{
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i) {
+        threads.emplace_back(run, i);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
     }
 }
 

@@ -113,6 +113,9 @@ bool Transfer(int from, int to, std::size_t total, std::size_t piece = 16384);
 // limit passed first).
 CBytes ReceiveToEnd(int handle, int& end);
 
+// Runs the function in several threads, each with its number, to their ends.
+void InThreads(int count, const std::function<void(int)>& run);
+
 int SetOption(int handle, int level, int name, int value);
 int GetOption(int handle, int level, int name);   // -1 on failure
 

@@ -1,7 +1,7 @@
 // Many threads at once: every call from anywhere, no lost wake-up, nobody starved.
 #include <algorithm>
 #include <atomic>
-#include <ctime>
+#include <memory>
 #include <random>
 #include <set>
 #include <thread>
@@ -16,18 +16,6 @@ namespace
 {
 
 constexpr int s_nThreads = 4;
-
-// Runs the function in several threads, each with its number, to their ends.
-void InThreads(int count, const std::function<void(int)>& run)
-{
-    std::vector<std::thread> threads;
-    for (int i = 0; i < count; ++i) {
-        threads.emplace_back(run, i);
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
 
 bool Echo(const CPair& pair, std::size_t length)
 {
@@ -161,111 +149,6 @@ TEST(Threads, SocketsOpenAndClose_TransferBeside_Undisturbed)
     transfer.join();
 }
 
-TEST(Threads, PingPongBetweenTwo_ManyRounds_NoWakeUpLost)
-{
-    constexpr int rounds = 20000;
-    const CPair pair = Connected();
-    const auto play = [](int handle, bool begins) {
-        char byte = 'p';
-        for (int i = 0; i < rounds; ++i) {
-            if (begins || i > 0) {
-                ASSERT_EQ(1, ps_send(handle, &byte, 1, 0));
-            }
-            ASSERT_NE(0, WaitFor(handle, PS_POLLIN)) << "round " << i;
-            ASSERT_EQ(1, ps_recv(handle, &byte, 1, 0));
-        }
-    };
-    std::thread other([&] {
-        play(pair.m_Server.Get(), false);
-        EXPECT_EQ(1, ps_send(pair.m_Server.Get(), "p", 1, 0));
-    });
-    play(pair.m_Client.Get(), true);
-    other.join();
-}
-
-TEST(Threads, BlockingPingPong_ManyRounds_NoWakeUpLost)
-{
-    constexpr int rounds = 20000;
-    const CPair pair = Connected();
-    EXPECT_EQ(0, ps_fcntl(pair.m_Client.Get(), PS_F_SETFL, 0));
-    EXPECT_EQ(0, ps_fcntl(pair.m_Server.Get(), PS_F_SETFL, 0));
-    std::thread other([&] {
-        char byte;
-        for (int i = 0; i < rounds; ++i) {
-            ASSERT_EQ(1, ps_recv(pair.m_Server.Get(), &byte, 1, 0));
-            ASSERT_EQ(1, ps_send(pair.m_Server.Get(), &byte, 1, 0));
-        }
-    });
-    char byte = 'p';
-    for (int i = 0; i < rounds; ++i) {
-        ASSERT_EQ(1, ps_send(pair.m_Client.Get(), &byte, 1, 0));
-        ASSERT_EQ(1, ps_recv(pair.m_Client.Get(), &byte, 1, 0));
-    }
-    other.join();
-}
-
-TEST(Threads, ManySocketsTwoSendersThreePollers_OverlappingSets_NothingLost)
-{
-    constexpr int sockets = 48;
-    constexpr int rounds = 6000;
-    std::vector<CPair> pairs;
-    const CSocket listener = Listener(CAddress::Loopback(), 64);
-    for (int i = 0; i < sockets; ++i) {
-        pairs.push_back(ConnectedThrough(listener));
-    }
-    std::atomic<long> received{0};
-    constexpr long total = 2L * rounds;
-    InThreads(5, [&](int number) {
-        if (number < 2) {
-            for (int i = 0; i < rounds; ++i) {
-                const std::size_t to = static_cast<std::size_t>((i * 7 + number * 24) % sockets);
-                ASSERT_EQ(1, ps_send(pairs[to].m_Client.Get(), "x", 1, 0));
-            }
-            return;
-        }
-        std::vector<ps_pollfd> entries;
-        for (int i = 0; i < sockets; ++i) {
-            if (number == 2 || i % 2 == number - 3) {
-                entries.push_back({pairs[static_cast<std::size_t>(i)].m_Server.Get(), PS_POLLIN, 0});
-            }
-        }
-        int idle = 0;
-        while (received.load() < total) {
-            const int ready = ps_poll(entries.data(), static_cast<unsigned int>(entries.size()), 500);
-            ASSERT_GE(ready, 0);
-            idle = ready == 0 ? idle + 1 : 0;
-            ASSERT_LT(idle, 40) << received.load() << " of " << total;
-            for (const ps_pollfd& entry : entries) {
-                char room[64];
-                const long got = entry.revents != 0 ? ps_recv(entry.fd, room, sizeof(room), 0) : 0;
-                ASSERT_GE(got, 0);
-                received += got;
-            }
-        }
-    });
-    EXPECT_EQ(total, received.load());
-}
-
-TEST(Threads, SeveralPollOneHandle_Ready_AllWake)
-{
-    const CPair pair = Connected();
-    std::thread sender([&] {
-        PassStackTime(20);
-        EXPECT_EQ(1, ps_send(pair.m_Client.Get(), "x", 1, 0));
-    });
-    InThreads(s_nThreads, [&](int) { EXPECT_EQ(PS_POLLIN, WaitFor(pair.m_Server.Get(), PS_POLLIN)); });
-    sender.join();
-}
-
-TEST(Threads, TwoPollOneIdleHandle_NoEvent_ProcessorIdle)
-{
-    // Waiters on one handle must not wake each other in turn.
-    const CPair pair = Connected();
-    const std::clock_t start = std::clock();
-    InThreads(2, [&](int) { EXPECT_EQ(0, WaitFor(pair.m_Server.Get(), PS_POLLIN, 1000)); });
-    EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC / 3);
-}
-
 TEST(Threads, BulkInOne_SmallCallsInAnother_NotStarved)
 {
     const CPair bulk = Connected();
@@ -327,6 +210,51 @@ TEST(Threads, SameSockets_AnyCallFromAnyThread_Survives)
         ps_close(handle.load());
     }
     EXPECT_TRUE(Echo(Connected(), 100000));
+}
+
+TEST(Threads, ClockJumpsAnHour_DataUnderWay_ConnectionLives)
+{
+    mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
+    CWire wire;
+    CPair pair = wire.Connect();
+    wire.Cut();
+    EXPECT_EQ(5000, SendPattern(pair.m_Client.Get(), 0, 5000));
+    PassStackTime(1000);
+    wire.Mend();
+    clock.Advance(mantle::CMNTimeValue(3600, 0));
+    EXPECT_TRUE(ReceivePattern(pair.m_Server.Get(), 0, 5000));
+    EXPECT_TRUE(Echo(pair, 100000));
+}
+
+TEST(Threads, WireTakenDown_TrafficOnIt_EverybodyComesBack)
+{
+    for (int round = 0; round < 15; ++round) {
+        auto wire = std::make_unique<CWire>();
+        CPair pair = wire->Connect();
+        const CSocket a = BoundUdp(CWire::EndA());
+        const CSocket b = BoundUdp(CWire::EndB());
+        const CAddress to = LocalAddress(b.Get());
+        std::atomic<bool> stop{false};
+        std::thread traffic([&] {
+            CBytes room(20000);
+            while (!stop) {
+                ps_send(pair.m_Client.Get(), room.data(), room.size(), 0);
+                ps_recv(pair.m_Server.Get(), room.data(), room.size(), 0);
+                SendTo(a.Get(), CBytes(3000), to);
+            }
+        });
+        std::thread waiter([&] {
+            while ((WaitFor(pair.m_Server.Get(), 0, 5) & PS_POLLERR) == 0 && !stop) {
+            }
+        });
+        PassStackTime(round % 4);
+        wire.reset();
+        waiter.join();   // the connection has failed
+        EXPECT_NE(0, Look(pair.m_Server.Get(), 0) & PS_POLLERR);
+        stop = true;
+        traffic.join();
+    }
 }
 
 TEST(Threads, NobodyCalls_TimePasses_StackRepeatsByItself)

@@ -105,6 +105,25 @@ TEST(Writing, RecordsOfManySizes_ReadOneByOne_EachInOnePiece)
     }
 }
 
+TEST(Writing, RecordsOfManySizes_TimePasses_EachStillInOnePiece)
+{
+    // The peer's window ends inside a record; a probe of it must not carry a part.
+    mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
+    for (std::size_t lead = 1; lead <= s_dwRecord; ++lead) {
+        CPair pair = Connected();
+        EXPECT_EQ(static_cast<long>(lead), SendPattern(pair.m_Client.Get(), 0, lead));
+        const std::size_t sent = Fill(pair.m_Client.Get(), s_dwRecord, lead);
+        PassStackTime(30000);
+        EXPECT_EQ(0U, (static_cast<std::size_t>(Waiting(pair.m_Server.Get())) - lead) % s_dwRecord) << "lead " << lead;
+        EXPECT_TRUE(ReceivePattern(pair.m_Server.Get(), 0, lead));
+        for (std::size_t received = 0; received < sent; received += s_dwRecord) {
+            unsigned char room[s_dwRecord];
+            ASSERT_EQ(16, ReadRecord(pair.m_Server.Get(), room, sizeof(room))) << "lead " << lead << ", after " << received;
+        }
+    }
+}
+
 TEST(Writing, RecordsFromAnotherThread_ReadOneByOne_EachInOnePiece)
 {
     constexpr std::size_t records = 30000;
