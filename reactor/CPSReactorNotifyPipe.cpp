@@ -8,6 +8,7 @@ namespace uxport
 
 MNResult CPSReactorNotifyPipe::Open(CPSReactorBase* reactor)
 {
+    Close();
     m_pReactor.store(reactor);
     if (!reactor)
         return MN_ERROR_INVALID_ARG;
