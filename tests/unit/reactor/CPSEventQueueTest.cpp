@@ -62,7 +62,17 @@ protected:
 };
 
 using CQueues = testing::Types<CPSEventQueueBase, CPSEventQueueUsingMutex>;
-TYPED_TEST_SUITE(CPSEventQueueTest, CQueues);
+
+struct CQueueNames
+{
+    template <class Queue>
+    static std::string GetName(int index)
+    {
+        return index == 0 ? "Base" : "UsingMutex";
+    }
+};
+
+TYPED_TEST_SUITE(CPSEventQueueTest, CQueues, CQueueNames);
 
 TYPED_TEST(CPSEventQueueTest, Constructed_Empty_NoOwnerNoCount)
 {

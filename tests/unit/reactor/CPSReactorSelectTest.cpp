@@ -235,6 +235,18 @@ TEST_F(CPSReactorSelectTest, Reopen_PostsWhileClosed_RunAfterOneRecord)
     EXPECT_EQ(counts.m_nFired, 4);
 }
 
+TEST_F(CPSReactorSelectTest, Open_TwiceWithoutAClose_TheFirstPipeIsNotLeftOpen)
+{
+    CTestEventCounts counts;
+    m_Reactor.PostEvent(new CTestEvent(counts, [this] { return m_Reactor.StopEventLoop(); }));
+    EXPECT_EQ(m_Reactor.Open(), MN_OK);
+    EXPECT_EQ(m_Stack.CountOf("ps_close", 103), 1u);
+    EXPECT_EQ(m_Stack.CountOf("ps_close", 102), 1u);
+    EXPECT_EQ(m_Reactor.RunEventLoop(), MN_OK) << "the event's record went with the first pipe";
+    EXPECT_EQ(counts.m_nFired, 1);
+    EXPECT_EQ(m_Stack.TakeCallsOf("ps_select").front(), "ps_select(107,[106],[],[],null)=1");
+}
+
 TEST_F(CPSReactorSelectTest, Reopen_HandlersAndTimersOfBefore_AreForgotten)
 {
     CTestHandler handler(5);
