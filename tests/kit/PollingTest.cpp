@@ -1,7 +1,10 @@
 // ps_poll: what is returned when, and how long it waits.
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <thread>
+
+#include <pthread.h>
 
 #include "KitLink.h"
 #include "mantle/CMNClock.h"
@@ -201,6 +204,27 @@ TEST(Polling, WaitsForEver_PacketFromALink_Wakes)
     });
     EXPECT_EQ(PS_POLLIN, WaitFor(pair.m_Server.Get(), PS_POLLIN, -1));
     other.join();
+}
+
+TEST(Polling, SignalArrives_Waiting_NotInterrupted)
+{
+    CPair pair = Connected();
+    EXPECT_EQ(0, ps_fcntl(pair.m_Client.Get(), PS_F_SETFL, 0));
+    std::signal(SIGUSR1, [](int) {});
+    std::thread poller([&] { EXPECT_EQ(PS_POLLIN, WaitFor(pair.m_Server.Get(), PS_POLLIN, -1)); });
+    std::thread reader([&] {
+        char byte;
+        EXPECT_EQ(1, ps_recv(pair.m_Client.Get(), &byte, 1, 0));
+    });
+    for (int i = 0; i < 20; ++i) {
+        PassStackTime(1);
+        EXPECT_EQ(0, pthread_kill(poller.native_handle(), SIGUSR1));
+        EXPECT_EQ(0, pthread_kill(reader.native_handle(), SIGUSR1));
+    }
+    EXPECT_EQ(1, ps_send(pair.m_Client.Get(), "x", 1, 0));
+    EXPECT_EQ(1, ps_send(pair.m_Server.Get(), "x", 1, 0));
+    poller.join();
+    reader.join();
 }
 
 TEST(Polling, MoreThanEightThousandEntries_LastReady_Found)

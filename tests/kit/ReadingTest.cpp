@@ -2,6 +2,7 @@
 #include <thread>
 
 #include "KitLink.h"
+#include "KitPackets.h"
 
 using namespace kit;
 
@@ -194,6 +195,28 @@ TEST(Reading, UnconnectedDatagramSocket_PortUnreachable_NoFailure)
     }
     EXPECT_EQ(4, SendTo(udp.Get(), CBytes(4), LocalAddress(udp.Get())));
     EXPECT_EQ(4U, ReceiveDatagram(udp.Get()).size());
+}
+
+TEST(Reading, UnconnectedDatagramSocket_UnreachableFromALink_NoFailure)
+{
+    CLink link("10.9.0.1");
+    const CAddress own = CAddress::V4(10, 9, 0, 1, 0);
+    const CAddress peer = CAddress::V4(10, 9, 0, 2, 4001);
+    const CSocket udp = BoundUdp(CAddress::Any(4000));
+    for (unsigned char code = 0; code < 4; ++code) {
+        EXPECT_EQ(4, SendTo(udp.Get(), CBytes(4), peer));
+        const CBytes sent = link.Take([](const CBytes& packet) { return packet[9] == PS_IPPROTO_UDP; });
+        ASSERT_FALSE(sent.empty());
+        constexpr unsigned char unreachable = 3;
+        CBytes message = {unreachable, code, 0, 0, 0, 0, 0, 0};
+        message.insert(message.end(), sent.begin(), sent.begin() + s_dwIpHeader + s_dwUdpHeader);
+        Put16(message, 2, Checksum(message));
+        EXPECT_EQ(0U, link.Inject(IpPacket(peer, own, PS_IPPROTO_ICMP, message)));
+        char room[8];
+        EXPECT_EQ(0, Look(udp.Get(), PS_POLLIN));
+        EXPECT_EQ(0, ps_recv(udp.Get(), room, sizeof(room), 0));
+        EXPECT_EQ(0, ps_is_socket_errno(udp.Get()));
+    }
 }
 
 TEST(Reading, Datagram_ReadInFull_SourceAndBoundaries)

@@ -93,6 +93,20 @@ TEST(Wire, Ping_Across_Answered)
     EXPECT_TRUE(reply);
 }
 
+TEST(Wire, LongPing_Across_AnsweredInFull)
+{
+    CWire wire;
+    const CSocket raw = Raw(PS_IPPROTO_ICMP);
+    const CBytes message = EchoMessage(CWire::EndA(), CWire::EndB(), 81, 1, Pattern(0, 6000));
+    EXPECT_EQ(static_cast<long>(message.size()), SendTo(raw.Get(), message, CWire::EndB()));
+    CBytes reply;
+    do {
+        reply = ReceiveDatagram(raw.Get());
+    } while (!reply.empty() && !IsEchoReply(reply, 81, 1));
+    ASSERT_EQ(s_dwIpHeader + message.size(), reply.size());
+    EXPECT_EQ(Pattern(0, 6000), CBytes(reply.begin() + s_dwIpHeader + 8, reply.end()));
+}
+
 TEST(Wire, Refused_Across_Reported)
 {
     CWire wire;
