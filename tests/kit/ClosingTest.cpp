@@ -27,6 +27,21 @@ std::size_t SendStream(int handle, std::size_t count)
     return static_cast<std::size_t>(taken);
 }
 
+// Connections from any port, made and closed one after the other.
+void ConnectAndClose(int count, bool clientFirst)
+{
+    const CSocket listener = Listener();
+    const CAddress at = LocalAddress(listener.Get());
+    for (int i = 0; i < count; ++i) {
+        CSocket client(ps_socket(PS_AF_INET, PS_SOCK_STREAM, 0));
+        ASSERT_EQ(0, Connect(client.Get(), at)) << "connection " << i << ", cause " << get_pserrno();
+        CSocket server(ps_accept(listener.Get(), nullptr, nullptr));
+        ASSERT_GE(server.Get(), 1) << i << ", cause " << get_pserrno();
+        ASSERT_EQ(0, (clientFirst ? client : server).Close());
+        ASSERT_EQ(0, (clientFirst ? server : client).Close());
+    }
+}
+
 }  // namespace
 
 TEST(Closing, DataAccepted_Close_AllArrivesThenTheEnd)
@@ -233,30 +248,18 @@ TEST(Closing, Shutdown_BadCalls_Refused)
 
 TEST(Closing, ThousandsInARow_ClientFirst_PortsLast)
 {
-    const CSocket listener = Listener();
-    const CAddress at = LocalAddress(listener.Get());
-    for (int i = 0; i < 20000; ++i) {
-        CSocket client(ps_socket(PS_AF_INET, PS_SOCK_STREAM, 0));
-        ASSERT_EQ(0, Connect(client.Get(), at)) << "connection " << i << ", cause " << get_pserrno();
-        CSocket server(ps_accept(listener.Get(), nullptr, nullptr));
-        ASSERT_GE(server.Get(), 1) << i << ", cause " << get_pserrno();
-        ASSERT_EQ(0, client.Close());
-        ASSERT_EQ(0, server.Close());
-    }
+    ConnectAndClose(20000, true);
 }
 
 TEST(Closing, ThousandsInARow_ServerFirst_PortsLast)
 {
-    const CSocket listener = Listener();
-    const CAddress at = LocalAddress(listener.Get());
-    for (int i = 0; i < 20000; ++i) {
-        CSocket client(ps_socket(PS_AF_INET, PS_SOCK_STREAM, 0));
-        ASSERT_EQ(0, Connect(client.Get(), at)) << "connection " << i << ", cause " << get_pserrno();
-        CSocket server(ps_accept(listener.Get(), nullptr, nullptr));
-        ASSERT_GE(server.Get(), 1) << i << ", cause " << get_pserrno();
-        ASSERT_EQ(0, server.Close());
-        ASSERT_EQ(0, client.Close());
-    }
+    ConnectAndClose(20000, false);
+}
+
+TEST(Closing, ThousandsInARow_NoTimePasses_PortsLast)
+{
+    const mantle::CMNManualClock clock(false);
+    ConnectAndClose(20000, true);
 }
 
 TEST(Closing, ThousandsInARow_OverAWire_PortsLast)

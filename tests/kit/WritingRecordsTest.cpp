@@ -152,20 +152,24 @@ TEST(Writing, RecordsFromAnotherThread_ReadOneByOne_EachInOnePiece)
     writer.join();
 }
 
-TEST(Writing, RecordsOverAWire_SegmentsOfOddLength_EachInOnePiece)
+TEST(Writing, RecordsOverALossyWire_SegmentsOfOddLength_EachInOnePiece)
 {
-    // 536 bytes a segment: no whole number of records fits.
+    // 536 bytes a segment: no whole number of records fits, and the segment behind may be lost.
     mantle::CMNManualClock clock;
     const mantle::CMNClockParticipant participant;
     CWire wire(ipstack::CIPStackWireSettings(), 576);
     CPair pair = wire.Connect();
+    ipstack::CIPStackWireSettings settings;
+    settings.m_dwLossPerMille = 100;
+    wire.m_Wire.SetSettings(settings);
     std::size_t sent = Fill(pair.m_Client.Get(), s_dwRecord);
-    for (std::size_t received = 0; received < 3 * 65536; received += s_dwRecord) {
+    for (std::size_t received = 0; received < 4 * 65536; received += s_dwRecord) {
         unsigned char room[s_dwRecord];
         ASSERT_EQ(16, ReadRecord(pair.m_Server.Get(), room, sizeof(room))) << "after " << received;
         ASSERT_EQ(Pattern(received, s_dwRecord), CBytes(room, room + s_dwRecord));
         sent += Fill(pair.m_Client.Get(), s_dwRecord, sent);
     }
+    EXPECT_GT(wire.m_Wire.GetLost(), 20U);
 }
 
 TEST(Writing, BlockingRecord_NoRoom_WaitsAndIsTakenWhole)
