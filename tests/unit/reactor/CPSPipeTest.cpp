@@ -219,6 +219,7 @@ TEST_F(CPSPipeTest, Open_ManyThreadsAtOnce_EachGetsItsOwnEnds)
     constexpr std::size_t THREADS = 4;
     constexpr std::size_t EACH = 8;
     m_Stack.EnablePipes();
+    m_Stack.Default("ps_socket").Calls([] { std::this_thread::yield(); });  // invites the others in
     std::vector<std::thread> threads;
     for (std::size_t thread = 0; thread < THREADS; ++thread) {
         threads.emplace_back([thread] {
@@ -235,6 +236,10 @@ TEST_F(CPSPipeTest, Open_ManyThreadsAtOnce_EachGetsItsOwnEnds)
     }
     for (std::thread& thread : threads)
         thread.join();
+    const std::vector<CScriptedCall> sockets = m_Stack.TakeRecords();
+    ASSERT_EQ(sockets.size(), 2 * THREADS * EACH);
+    for (std::size_t i = 0; i < sockets.size(); i += 2)
+        EXPECT_EQ(sockets[i].m_nThread, sockets[i + 1].m_nThread) << "two pipes were opened at once";
 }
 
 }  // namespace
