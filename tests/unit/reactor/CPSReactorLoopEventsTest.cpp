@@ -216,8 +216,11 @@ TYPED_TEST(CPSReactorLoopEventsTest, Close_EventsThatPostWhenDestroyed_NothingLe
 
 TYPED_TEST(CPSReactorLoopEventsTest, Destructor_NeverOpened_DestroysEventsThatPostAgain)
 {
-    TypeParam* reactor = this->m_pReactor.get();
-    const auto post = [this, reactor] { reactor->PostEvent(new CTestEvent(this->m_Counts)); };
+    IPSReactor* reactor = this->m_pReactor.get();
+    const auto post = [this, reactor] {
+        EXPECT_NE(dynamic_cast<TypeParam*>(reactor), nullptr) << "the reactor is still whole";
+        reactor->PostEvent(new CTestEvent(this->m_Counts), IMNEventQueue::EPRIORITY_NORMAL);
+    };
     reactor->PostEvent((new CTestEvent(this->m_Counts))->AtDelete(post));
     this->m_pReactor.reset();
     EXPECT_EQ(this->m_Counts.m_nDestroyed, 2);

@@ -215,14 +215,17 @@ TEST_F(CPSReactorNotifyPipeTest, OnInput_HandlerRecords_DispatchedWithTheirMasks
     EXPECT_EQ(log, (CTexts{"in 5", "in 6", "out 6", "close 6,12"}));
 }
 
-TEST_F(CPSReactorNotifyPipeTest, OnInput_ConnectRecordOnWriteOnlyRegistration_CallsNothing)
+TEST_F(CPSReactorNotifyPipeTest, OnInput_ConnectRegistration_ConnectRecordIsCalledWriteRecordNot)
 {
     Open();
     CTestHandler connecting(5);
     m_Reactor.RegisterHandler(&connecting, CONNECT_MASK);
     Receive(5, WRITE_MASK);
-    EXPECT_EQ(m_Notify.OnInput(READ_END), 0);
+    m_Notify.OnInput(READ_END);
     EXPECT_EQ(connecting.TakeCalls(), CTexts());
+    Receive(5, CONNECT_MASK);
+    m_Notify.OnInput(READ_END);
+    EXPECT_EQ(connecting.TakeCalls(), (CTexts{"out 5"})) << "a record drops no connect";
 }
 
 TEST_F(CPSReactorNotifyPipeTest, OnInput_UnregisteredHandle_DrainGoesOn)
