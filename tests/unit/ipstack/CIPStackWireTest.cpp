@@ -498,7 +498,7 @@ TEST_F(CIPStackWireClockTest, BothWriteNobodyReads_TwoHours_QuietAndThenAllDeliv
                 }
             }
             ps_poll(nullptr, 0, 5);
-            ASSERT_LT(mantle::CMNClock::NowUs(), 40000LL * 1000000) << "stuck at " << received[0] << ", " << received[1];
+            ASSERT_LT(mantle::CMNClock::NowUs(), 40000LL * 1000000) << received[0] << " and " << received[1] << " came";
         }
     }
 }
