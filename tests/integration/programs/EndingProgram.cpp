@@ -86,7 +86,7 @@ void Post(std::function<void()> work)
     GetReactor()->PostEvent(new CCountedEvent(std::move(work)));
 }
 
-// Ends of connections that nobody closes. They outlive the library: static, made before it.
+// Ends of connections that nobody closes.
 class CSink : public IPSAcceptorConnectorSink, public IPSTransportSink
 {
 public:
@@ -120,7 +120,8 @@ public:
     mantle::CMNEventThread m_Connected{1, 0};
 };
 
-CSink g_Sink;
+// Never destroyed: it outlives the library, and what it holds stays reachable.
+CSink& g_Sink = *new CSink;
 
 class CTimer : public IMNTimerHandler
 {
