@@ -1,4 +1,6 @@
 // What a read answers: data, nothing for now, the end, or a failure.
+#include <algorithm>
+#include <iterator>
 #include <thread>
 
 #include "KitLink.h"
@@ -209,7 +211,7 @@ TEST(Reading, UnconnectedDatagramSocket_UnreachableFromALink_NoFailure)
         ASSERT_FALSE(sent.empty());
         constexpr unsigned char unreachable = 3;
         CBytes message = {unreachable, code, 0, 0, 0, 0, 0, 0};
-        message.insert(message.end(), sent.begin(), sent.begin() + s_dwIpHeader + s_dwUdpHeader);
+        std::copy_n(sent.begin(), s_dwIpHeader + s_dwUdpHeader, std::back_inserter(message));
         Put16(message, 2, Checksum(message));
         EXPECT_EQ(0U, link.Inject(IpPacket(peer, own, PS_IPPROTO_ICMP, message)));
         char room[8];
