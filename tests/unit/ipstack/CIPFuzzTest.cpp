@@ -18,6 +18,7 @@
 #include "mantle/CMNClock.h"
 #include "platform/ipstack/CIPAssertion.h"
 #include "platform/ipstack/CIPCounters.h"
+#include "tests/support/KeepForEver.h"
 
 namespace
 {
@@ -144,10 +145,8 @@ protected:
     static void SetUpTestSuite()
     {
         // Until the process ends: the stack's own thread follows it.
-        static const mantle::CMNManualClock* const s_pClock = new mantle::CMNManualClock;
-        static const mantle::CMNClockParticipant* const s_pParticipant = new mantle::CMNClockParticipant;
-        static_cast<void>(s_pClock);
-        static_cast<void>(s_pParticipant);
+        KeepForEver(new mantle::CMNManualClock);
+        KeepForEver(new mantle::CMNClockParticipant);
     }
 
     CIPFuzzTest() { IIPStackManager::Instance()->Startup({}); }

@@ -13,6 +13,7 @@
 #include "ipstack/ipstack.h"
 #include "mantle/CMNClock.h"
 #include "platform/ipstack/CIPCounters.h"
+#include "tests/support/KeepForEver.h"
 
 namespace
 {
@@ -282,10 +283,8 @@ public:
     static void SetUpTestSuite()
     {
         // Until the process ends: the stack's own thread follows it.
-        static const mantle::CMNManualClock* const s_pClock = new mantle::CMNManualClock;
-        static const mantle::CMNClockParticipant* const s_pParticipant = new mantle::CMNClockParticipant;
-        static_cast<void>(s_pClock);
-        static_cast<void>(s_pParticipant);
+        KeepForEver(new mantle::CMNManualClock);
+        KeepForEver(new mantle::CMNClockParticipant);
     }
 };
 

@@ -14,6 +14,7 @@
 #include "mantle/CMNThreadUser.h"
 #include "mantle/CMNTimerWrapperID.h"
 #include "mantle/IMNTraceManager.h"
+#include "tests/support/KeepForEver.h"
 
 namespace mantle
 {
@@ -492,7 +493,7 @@ TEST_F(CMNThreadManagerCleanUpTest, HandMovedClockInForce_MainReturns_RealClockI
     EXPECT_EXIT(
         {
             Begin();
-            new CMNManualClock(false);
+            KeepForEver(new CMNManualClock(false));
             CMNThreadUser::AdoptCurrentThread();
             Manager()->SetJoinBound(CMNTimeValue(0, 20000));
             auto* stuck = new CTestThread([] {
