@@ -147,9 +147,11 @@ TEST(Reading, ManySends_OneRead_AllThatWaits)
     EXPECT_EQ(5000, Waiting(pair.m_Server.Get()));
     CBytes room(6000);
     EXPECT_EQ(250, ps_recv(pair.m_Server.Get(), room.data(), 250, 0));
+    EXPECT_EQ(PS_POLLIN, Look(pair.m_Server.Get(), PS_POLLIN));   // ready as long as data waits
     EXPECT_EQ(4750, ps_recv(pair.m_Server.Get(), room.data() + 250, room.size() - 250, 0));
     room.resize(5000);
     EXPECT_EQ(Pattern(0, 5000), room);
+    EXPECT_EQ(0, Look(pair.m_Server.Get(), PS_POLLIN));
 }
 
 TEST(Reading, ManySegments_OneRead_AllThatWaits)

@@ -124,6 +124,40 @@ TEST(Threads, PollersComeAndGo_EachRound_AllWake)
     }
 }
 
+TEST(Threads, FreshSocket_EventWhileTheWaitBegins_NoWakeUpLost)
+{
+    // Nobody has waited on the handle before; the datagram comes a little earlier or later in each round.
+    constexpr int rounds = 40000;
+    constexpr int delays = 97;
+    std::atomic<int> round{0};
+    std::atomic<bool> stop{false};
+    CAddress to;
+    const CSocket sender = BoundUdp();
+    std::thread helper([&] {
+        for (int next = 1; next <= rounds; ++next) {
+            while (round.load() < next && !stop) {
+            }
+            if (stop) {
+                return;
+            }
+            for (volatile int spin = 0; spin < next % delays * 4; spin = spin + 1) {
+            }
+            EXPECT_EQ(1, SendTo(sender.Get(), CBytes(1), to));
+        }
+    });
+    for (int i = 1; i <= rounds; ++i) {
+        const CSocket fresh = BoundUdp();
+        to = LocalAddress(fresh.Get());
+        round = i;
+        if (WaitFor(fresh.Get(), PS_POLLIN, 5000) != PS_POLLIN) {
+            ADD_FAILURE() << "round " << i;
+            stop = true;
+            break;
+        }
+    }
+    helper.join();
+}
+
 TEST(Threads, ManyBlockedReaders_OneDatagramSocket_NothingLost)
 {
     constexpr int datagrams = 5000;
