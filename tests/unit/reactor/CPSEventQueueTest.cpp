@@ -212,8 +212,8 @@ TYPED_TEST(CPSEventQueueTest, PopOne_Pending_OldestWithAndWithoutCount)
 TYPED_TEST(CPSEventQueueTest, ProcessOneEvent_NullOrEvent_RunsThenDestroys)
 {
     EXPECT_EQ(this->m_Queue.ProcessOneEvent(nullptr), MN_ERROR_INVALID_ARG);
-    auto* event = new CTestEvent(
-        this->m_Counts, [this] { return this->m_Counts.m_nDestroyed == 0 ? MN_ERROR_FAILURE : MN_OK; });
+    auto* event =
+        new CTestEvent(this->m_Counts, [this] { return this->m_Counts.m_nDestroyed == 0 ? MN_ERROR_FAILURE : MN_OK; });
     EXPECT_EQ(this->m_Queue.ProcessOneEvent(event), MN_OK) << "the event's own result is dropped";
     EXPECT_EQ(this->m_Counts.m_nFired, 1);
     EXPECT_EQ(this->m_Counts.m_nDestroyed, 1);

@@ -91,7 +91,8 @@ protected:
 TEST_F(CPSEventSynchronousTest, Life_FireDestroyFireDestroy_RunsOnceAndFreesLast)
 {
     CServedQueue queue;
-    auto* wrapper = new CCountedSynchronous(new CTestEvent(m_Counts, [] { return MN_ERROR_FOUND; }), &queue, m_nDeleted);
+    auto* wrapper =
+        new CCountedSynchronous(new CTestEvent(m_Counts, [] { return MN_ERROR_FOUND; }), &queue, m_nDeleted);
     EXPECT_EQ(wrapper->OnEventFire(), MN_ERROR_FOUND);
     EXPECT_EQ(m_Counts.m_nDestroyed, 0);
     wrapper->OnDestorySelf();
@@ -118,7 +119,8 @@ TEST_F(CPSEventSynchronousTest, OnEventFire_NoEvent_NullPointer)
 TEST_F(CPSEventSynchronousTest, Wait_AfterTheRun_ResultAndSecondPost)
 {
     CServedQueue queue;
-    auto* wrapper = new CCountedSynchronous(new CTestEvent(m_Counts, [] { return MN_ERROR_FAILURE; }), &queue, m_nDeleted);
+    auto* wrapper =
+        new CCountedSynchronous(new CTestEvent(m_Counts, [] { return MN_ERROR_FAILURE; }), &queue, m_nDeleted);
     CPSEventQueueBase::ProcessOneEvent(wrapper);
     EXPECT_EQ(wrapper->WaitResultAndDeleteThis(), MN_ERROR_FAILURE);
     EXPECT_EQ(m_nDeleted, 0) << "freed where the queue runs, not here";

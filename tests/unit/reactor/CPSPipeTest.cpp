@@ -127,8 +127,8 @@ TEST_F(CPSPipeTest, Open_AcceptFails_WriteEndClosedTheListenerStaysOpen)
     CPSPipe pipe;
     EXPECT_EQ(pipe.Open(), MN_ERROR_FAILURE);
     ExpectClosed(pipe);
-    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{LISTENER, BIND, LISTEN, WRITE_END, CONNECT, OWN_NAME,
-                                           "ps_accept(101,16)=-1", "ps_close(102)=0"}));
+    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{LISTENER, BIND, LISTEN, WRITE_END, CONNECT, OWN_NAME, "ps_accept(101,16)=-1",
+                                           "ps_close(102)=0"}));
 }
 
 TEST_F(CPSPipeTest, Open_NoDelayOrBuffersRefused_OpenAllTheSame)

@@ -103,9 +103,8 @@ TYPED_TEST(CPSReactorLoopEventsTest, Events_250000AtOnce_ATimerFiresInBetween)
     CTestTimer timer([&] { firedAtTimer = this->m_Counts.m_nFired; });
     this->m_pReactor->ScheduleTimer(&timer, nullptr, CMNTimeValue(3600, 0), 1);
     for (int i = 0; i < EVENTS; ++i) {
-        this->Post(i != 5000 ? std::function<void()>() : [&] {
-            this->m_pReactor->ScheduleTimer(&timer, nullptr, CMNTimeValue::s_tvZero, 1);
-        });
+        this->Post(i != 5000 ? std::function<void()>()
+                             : [&] { this->m_pReactor->ScheduleTimer(&timer, nullptr, CMNTimeValue::s_tvZero, 1); });
     }
     this->PostStop();
     EXPECT_EQ(this->m_pReactor->RunEventLoop(), MN_OK);
@@ -156,12 +155,11 @@ TYPED_TEST(CPSReactorLoopEventsTest, SendEvent_LoopThread_ResultAndThread)
     EXPECT_EQ(ranOn, loop.GetId());
     EXPECT_EQ(this->m_pReactor->SendEvent(nullptr), MN_ERROR_INVALID_ARG);
     // From inside an event it runs in place.
-    EXPECT_EQ(this->m_pReactor->SendEvent(new CTestEvent(
-                  this->m_Counts,
-                  [&] {
-                      return this->m_pReactor->SendEvent(
-                          new CTestEvent(this->m_Counts, [] { return MN_ERROR_FOUND; }));
-                  })),
+    EXPECT_EQ(this->m_pReactor->SendEvent(new CTestEvent(this->m_Counts,
+                                                         [&] {
+                                                             return this->m_pReactor->SendEvent(new CTestEvent(
+                                                                 this->m_Counts, [] { return MN_ERROR_FOUND; }));
+                                                         })),
               MN_ERROR_FOUND);
     loop.Stop();
 }
@@ -176,8 +174,8 @@ TYPED_TEST(CPSReactorLoopEventsTest, SendEvent_ThousandsFromFourThreads_EachGets
         senders.emplace_back([&, sender] {
             for (MNResult i = 0; i < EACH; ++i) {
                 const MNResult expected = sender * EACH + i;
-                if (this->m_pReactor->SendEvent(
-                        new CTestEvent(this->m_Counts, [expected] { return expected; })) != expected)
+                if (this->m_pReactor->SendEvent(new CTestEvent(this->m_Counts, [expected] { return expected; })) !=
+                    expected)
                     ++wrong;
             }
         });

@@ -110,11 +110,9 @@ TEST_F(CPSReactorNotifyPipeTest, Close_Open_UnregistersAndClosesThePipe)
 {
     Open();
     EXPECT_EQ(m_Notify.Close(), MN_OK);
-    EXPECT_FALSE(m_Reactor.IsRegistered(READ_END));
     EXPECT_EQ(m_Reactor.TakeLog(), (CTexts{"removed 103"}));
-    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"ps_close(103)=0", "ps_close(102)=0"}));
     EXPECT_EQ(m_Notify.Close(), MN_OK);
-    EXPECT_EQ(m_Stack.TakeCalls(), CCalls());
+    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"ps_close(103)=0", "ps_close(102)=0"})) << "once only";
 }
 
 TEST_F(CPSReactorNotifyPipeTest, Close_StackRefuses_ThePipesCode)

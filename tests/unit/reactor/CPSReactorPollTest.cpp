@@ -275,8 +275,8 @@ TEST_F(CPSReactorPollTest, Run_Timers_FireBeforeTheWaitThatIsBoundedByTheNext)
     RunToStop();
     EXPECT_EQ(log, (CTexts{"timer", "wait"}));
     EXPECT_EQ(next.m_nFired, 1);
-    EXPECT_EQ(m_Stack.TakeCallsOf("ps_poll"), (CCalls{"ps_poll([103:1],1,3)=0", "ps_poll([103:1],1,3)=0",
-                                                      "ps_poll([103:1],1,-1)=0"}))
+    EXPECT_EQ(m_Stack.TakeCallsOf("ps_poll"),
+              (CCalls{"ps_poll([103:1],1,3)=0", "ps_poll([103:1],1,3)=0", "ps_poll([103:1],1,-1)=0"}))
         << "whole milliseconds, rounded up; without a timer no limit";
 }
 

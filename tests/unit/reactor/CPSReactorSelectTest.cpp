@@ -108,10 +108,7 @@ TEST_F(CPSReactorSelectTest, Run_MinusOneInAList_SkippedAndNotCounted)
 {
     CTestHandler handler(5);
     Register(handler, READ_MASK | WRITE_MASK);
-    m_Stack.On("ps_select")
-        .WithReady(-1, PS_POLLIN | PS_POLLOUT)
-        .WithReady(5, PS_POLLIN | PS_POLLOUT)
-        .Returns(2);
+    m_Stack.On("ps_select").WithReady(-1, PS_POLLIN | PS_POLLOUT).WithReady(5, PS_POLLIN | PS_POLLOUT).Returns(2);
     RunToStop();
     EXPECT_EQ(handler.TakeCalls(), (CTexts{"in 5", "out 5"}));
 }

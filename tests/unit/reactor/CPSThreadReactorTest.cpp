@@ -233,8 +233,7 @@ TEST_F(CPSThreadReactorTest, PollReactor_TimersOfItsThread_AreTheReactors)
     ASSERT_EQ(Create(), MN_OK);
     CTestTimer timer([this] { m_pThread->Stop(nullptr); });
     m_pThread->SendEvent(new CTestCall([&] {
-        mantle::CMNThread* own =
-            mantle::CMNThreadManager::Instance()->GetThread(mantle::CMNThreadManager::TT_CURRENT);
+        mantle::CMNThread* own = mantle::CMNThreadManager::Instance()->GetThread(mantle::CMNThreadManager::TT_CURRENT);
         EXPECT_EQ(own, m_pThread.get());
         EXPECT_EQ(own->GetTimerQueue()->ScheduleTimer(&timer, nullptr, CMNTimeValue::s_tvZero, 1), MN_OK);
     }));
@@ -276,9 +275,9 @@ TEST_F(CPSThreadReactorTest, PollReactor_TwoThreadsShareIt_SecondIsReportedAndEn
     m_pThread->Init(reactor);
     second.Init(reactor);
     ASSERT_EQ(Create(), MN_OK);
-    ASSERT_EQ(second.Create(mantle::CMNThreadManager::Instance()->GetNewThreadType(),
-                            mantle::CMNThreadManager::TF_JOINABLE),
-              MN_OK);
+    ASSERT_EQ(
+        second.Create(mantle::CMNThreadManager::Instance()->GetNewThreadType(), mantle::CMNThreadManager::TF_JOINABLE),
+        MN_OK);
     EXPECT_EQ(second.Join(), MN_OK);
     EXPECT_EQ(m_pThread->SendEvent(new CTestEvent(counts, [] { return MN_ERROR_FOUND; })), MN_ERROR_FOUND)
         << "the first one's loop is untouched";

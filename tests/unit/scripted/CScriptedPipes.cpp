@@ -36,8 +36,8 @@ std::string Record(unsigned short port)
 
 CScriptedPipes& CScriptedPipes::Instance()
 {
-    static CScriptedPipes& pipes = *new CScriptedPipes;
-    return pipes;
+    static CScriptedPipes& s_Pipes = *new CScriptedPipes;
+    return s_Pipes;
 }
 
 void CScriptedPipes::Enable(bool record)
@@ -318,4 +318,7 @@ short CScriptedPipes::Readiness(int handle, short wanted)
     return static_cast<short>(events & (wanted | ERROR_EVENTS));
 }
 
-void CScriptedPipes::ForgetOnce(int handle) { m_ReadyOnce.erase(handle); }
+void CScriptedPipes::ForgetOnce(int handle)
+{
+    m_ReadyOnce.erase(handle);
+}

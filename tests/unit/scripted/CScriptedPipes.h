@@ -68,7 +68,7 @@ private:
     mutable std::mutex m_Mutex;
     bool m_bEnabled = false;
     bool m_bRecord = false;
-    int m_nListener = -1;          // the newest on the meeting point
+    int m_nListener = -1;  // the newest on the meeting point
     unsigned short m_wNextPort = 40000;
     std::map<int, CSocket> m_Sockets;
     std::map<int, short> m_Ready;

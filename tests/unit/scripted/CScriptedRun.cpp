@@ -18,8 +18,8 @@ constexpr std::size_t MAX_HEX = 16;
 
 int& CScriptedRun::Error()
 {
-    static thread_local int error = 0;
-    return error;
+    static thread_local int s_nError = 0;
+    return s_nError;
 }
 
 CScriptedRun::CScriptedRun(const char* name, int handle, const std::string& arguments, bool pipe)
@@ -128,8 +128,7 @@ std::string ScriptedAddressText(const ps_sockaddr* address, int length)
 {
     if (!address)
         return "null";
-    const std::string bytes =
-        "{" + std::to_string(address->sa_len) + "," + std::to_string(address->sa_family) + "}";
+    const std::string bytes = "{" + std::to_string(address->sa_len) + "," + std::to_string(address->sa_family) + "}";
     mantle::CMNInetAddr decoded;
     if (decoded.Set(address, length) != mantle::MN_OK)
         return "?" + bytes;
@@ -138,16 +137,16 @@ std::string ScriptedAddressText(const ps_sockaddr* address, int length)
 
 std::string ScriptedDataText(const std::string& data)
 {
-    const bool readable = data.size() <= MAX_TEXT &&
-                          std::all_of(data.begin(), data.end(), [](char c) { return c >= ' ' && c <= '~'; });
+    const bool readable =
+        data.size() <= MAX_TEXT && std::all_of(data.begin(), data.end(), [](char c) { return c >= ' ' && c <= '~'; });
     if (readable)
         return "'" + data + "'";
-    static const char digits[] = "0123456789abcdef";
+    static const char s_szDigits[] = "0123456789abcdef";
     std::string text;
     for (std::size_t i = 0; i < std::min(data.size(), MAX_HEX); ++i) {
         const auto byte = static_cast<unsigned char>(data[i]);
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
+        text += s_szDigits[byte >> 4];
+        text += s_szDigits[byte & 15];
     }
     return data.size() > MAX_HEX ? text + "..." + std::to_string(data.size()) : text;
 }

@@ -15,14 +15,38 @@ using CLock = std::lock_guard<std::mutex>;
 
 const std::set<std::string>& KnownNames()
 {
-    static const std::set<std::string> names = {
-        "ps_socket", "ps_bind", "ps_listen", "ps_accept", "ps_connect", "ps_send", "ps_sendto", "ps_writev",
-        "ps_recv", "ps_recvfrom", "ps_poll", "ps_select", "ps_close", "ps_shutdown", "ps_getsockname",
-        "ps_getpeername", "ps_setsockopt", "ps_getsockopt", "ps_fcntl", "ps_ioctl", "ps_socket_nonblock",
-        "ps_nodelay", "ps_set_snd_rcv_buffer", "ps_is_socket_errno", "get_pserrno", "Manager::Startup",
-        "Manager::AttachThread", "Manager::IsInitialized", "Manager::CreateStack", "Manager::DestroyStack",
-        "Manager::GetCounters"};
-    return names;
+    static const std::set<std::string> s_Names = {"ps_socket",
+                                                  "ps_bind",
+                                                  "ps_listen",
+                                                  "ps_accept",
+                                                  "ps_connect",
+                                                  "ps_send",
+                                                  "ps_sendto",
+                                                  "ps_writev",
+                                                  "ps_recv",
+                                                  "ps_recvfrom",
+                                                  "ps_poll",
+                                                  "ps_select",
+                                                  "ps_close",
+                                                  "ps_shutdown",
+                                                  "ps_getsockname",
+                                                  "ps_getpeername",
+                                                  "ps_setsockopt",
+                                                  "ps_getsockopt",
+                                                  "ps_fcntl",
+                                                  "ps_ioctl",
+                                                  "ps_socket_nonblock",
+                                                  "ps_nodelay",
+                                                  "ps_set_snd_rcv_buffer",
+                                                  "ps_is_socket_errno",
+                                                  "get_pserrno",
+                                                  "Manager::Startup",
+                                                  "Manager::AttachThread",
+                                                  "Manager::IsInitialized",
+                                                  "Manager::CreateStack",
+                                                  "Manager::DestroyStack",
+                                                  "Manager::GetCounters"};
+    return s_Names;
 }
 
 }  // namespace
@@ -30,14 +54,14 @@ const std::set<std::string>& KnownNames()
 CScriptedAnswer& CScriptedAnswer::WithAddress(const char* host, unsigned short port)
 {
     const mantle::CMNInetAddr address(host, port);
-    return WithRecord(std::string(static_cast<const char*>(address.PrepareForStack()),
-                                  static_cast<std::size_t>(address.GetSize())));
+    return WithRecord(
+        std::string(static_cast<const char*>(address.PrepareForStack()), static_cast<std::size_t>(address.GetSize())));
 }
 
 CScriptedStack& CScriptedStack::Instance()
 {
-    static CScriptedStack& stack = *new CScriptedStack;  // threads may outlive main
-    return stack;
+    static CScriptedStack& s_Stack = *new CScriptedStack;  // threads may outlive main
+    return s_Stack;
 }
 
 bool CScriptedStack::CheckName(const std::string& name)
@@ -47,7 +71,10 @@ bool CScriptedStack::CheckName(const std::string& name)
     return known;
 }
 
-CScriptedAnswer& CScriptedStack::On(const std::string& name) { return On(name, s_nAnyHandle); }
+CScriptedAnswer& CScriptedStack::On(const std::string& name)
+{
+    return On(name, s_nAnyHandle);
+}
 
 CScriptedAnswer& CScriptedStack::On(const std::string& name, int handle)
 {
@@ -56,7 +83,10 @@ CScriptedAnswer& CScriptedStack::On(const std::string& name, int handle)
     return known ? m_Script[{name, handle}].emplace_back() : m_Unknown = CScriptedAnswer();
 }
 
-CScriptedAnswer& CScriptedStack::Default(const std::string& name) { return Default(name, s_nAnyHandle); }
+CScriptedAnswer& CScriptedStack::Default(const std::string& name)
+{
+    return Default(name, s_nAnyHandle);
+}
 
 CScriptedAnswer& CScriptedStack::Default(const std::string& name, int handle)
 {
@@ -65,9 +95,15 @@ CScriptedAnswer& CScriptedStack::Default(const std::string& name, int handle)
     return m_Defaults[{name, handle}] = CScriptedAnswer();
 }
 
-void CScriptedStack::EnablePipes(bool record) { CScriptedPipes::Instance().Enable(record); }
+void CScriptedStack::EnablePipes(bool record)
+{
+    CScriptedPipes::Instance().Enable(record);
+}
 
-void CScriptedStack::SetReady(int handle, short events) { CScriptedPipes::Instance().SetReady(handle, events, false); }
+void CScriptedStack::SetReady(int handle, short events)
+{
+    CScriptedPipes::Instance().SetReady(handle, events, false);
+}
 
 void CScriptedStack::SetReadyOnce(int handle, short events)
 {

@@ -19,13 +19,13 @@ struct CScriptedCall
 {
     std::string m_strName;
     int m_nHandle = -1;
-    std::string m_strText;              // "ps_bind(101,127.0.0.1:5555{16,2},16)=0"; "=?" while the call runs
-    std::string m_Data;                 // bytes offered to a send, or given to a receive
-    std::vector<ps_pollfd> m_Entries;   // of a ps_poll, as they were passed in
-    std::vector<int> m_Read;            // of a ps_select, the lists as they were passed in
+    std::string m_strText;             // "ps_bind(101,127.0.0.1:5555{16,2},16)=0"; "=?" while the call runs
+    std::string m_Data;                // bytes offered to a send, or given to a receive
+    std::vector<ps_pollfd> m_Entries;  // of a ps_poll, as they were passed in
+    std::vector<int> m_Read;           // of a ps_select, the lists as they were passed in
     std::vector<int> m_Write;
     long m_lResult = 0;
-    int m_nThread = 0;                  // threads numbered in the order of their first call
+    int m_nThread = 0;  // threads numbered in the order of their first call
 };
 
 // Thread: any. A script is best written before the threads that consume it start, or inside CScriptedAnswer::Calls.

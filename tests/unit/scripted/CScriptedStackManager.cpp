@@ -53,8 +53,8 @@ public:
 
 IIPStackManager* IIPStackManager::Instance()
 {
-    static CScriptedStackManager& manager = *new CScriptedStackManager;
-    return &manager;
+    static CScriptedStackManager& s_Manager = *new CScriptedStackManager;
+    return &s_Manager;
 }
 
 }  // namespace ipstack

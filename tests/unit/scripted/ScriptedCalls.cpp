@@ -13,7 +13,10 @@ namespace
 
 constexpr unsigned int MAX_LISTED = 16;
 
-std::string Text(long number) { return std::to_string(number); }
+std::string Text(long number)
+{
+    return std::to_string(number);
+}
 
 template <class... Rest>
 std::string Text(long number, Rest... rest)
@@ -21,7 +24,10 @@ std::string Text(long number, Rest... rest)
     return Text(number) + "," + Text(rest...);
 }
 
-CScriptedPipes& Pipes() { return CScriptedPipes::Instance(); }
+CScriptedPipes& Pipes()
+{
+    return CScriptedPipes::Instance();
+}
 
 std::string Bytes(const void* data, unsigned long length)
 {
@@ -121,8 +127,8 @@ int ps_socket(int family, int type, int protocol)
 int ps_bind(int handle, const ps_sockaddr* address, int length)
 {
     const bool pipe = Pipes().IsMeetingPoint(address);
-    CScriptedRun run("ps_bind", handle,
-                     Text(handle) + "," + ScriptedAddressText(address, length) + "," + Text(length), pipe);
+    CScriptedRun run("ps_bind", handle, Text(handle) + "," + ScriptedAddressText(address, length) + "," + Text(length),
+                     pipe);
     if (pipe && !run.IsScripted())
         Pipes().Bind(handle);
     return static_cast<int>(run.Finish(0));
@@ -188,8 +194,7 @@ long ps_writev(int handle, const ps_iovec* pieces, unsigned long count)
             lengths += (i != 0 ? "," : "") + std::to_string(pieces[i].iov_len);
     }
     lengths += count > MAX_LISTED ? ",...]" : "]";
-    return SendCall("ps_writev", handle,
-                    Text(handle) + "," + lengths + "," + Text(static_cast<long>(count)), bytes);
+    return SendCall("ps_writev", handle, Text(handle) + "," + lengths + "," + Text(static_cast<long>(count)), bytes);
 }
 
 long ps_recv(int handle, void* data, unsigned long length, int flags)
@@ -232,8 +237,8 @@ int ps_poll(ps_pollfd* entries, unsigned int count, int timeout)
 
 int ps_select(int highest, const ps_fdsets* in, ps_fdsets* out, const ps_timeval* timeout)
 {
-    const std::string time = timeout ? std::to_string(timeout->tv_sec) + "s" + std::to_string(timeout->tv_usec) + "us"
-                                     : std::string("null");
+    const std::string time =
+        timeout ? std::to_string(timeout->tv_sec) + "s" + std::to_string(timeout->tv_usec) + "us" : std::string("null");
     const std::string lists = ListText(in->read.handles, in->read.count) + "," +
                               ListText(in->write.handles, in->write.count) + "," +
                               ListText(in->except.handles, in->except.count);
@@ -256,7 +261,10 @@ int ps_close(int handle)
     return static_cast<int>(run.Finish(0));
 }
 
-int ps_shutdown(int handle, int direction) { return PlainCall("ps_shutdown", handle, Text(handle, direction)); }
+int ps_shutdown(int handle, int direction)
+{
+    return PlainCall("ps_shutdown", handle, Text(handle, direction));
+}
 
 int ps_getsockname(int handle, ps_sockaddr* address, int* length)
 {
@@ -315,7 +323,10 @@ int ps_socket_nonblock(int handle)
     return static_cast<int>(run.Finish(0));
 }
 
-int ps_nodelay(int handle, int on) { return PlainCall("ps_nodelay", handle, Text(handle, on), Pipes().Owns(handle)); }
+int ps_nodelay(int handle, int on)
+{
+    return PlainCall("ps_nodelay", handle, Text(handle, on), Pipes().Owns(handle));
+}
 
 int ps_set_snd_rcv_buffer(int handle, int send, int receive)
 {
@@ -326,7 +337,10 @@ int ps_set_snd_rcv_buffer(int handle, int send, int receive)
     return static_cast<int>(run.Finish(0));
 }
 
-int ps_is_socket_errno(int handle) { return PlainCall("ps_is_socket_errno", handle, Text(handle)); }
+int ps_is_socket_errno(int handle)
+{
+    return PlainCall("ps_is_socket_errno", handle, Text(handle));
+}
 
 int get_pserrno(void)
 {

@@ -67,4 +67,7 @@ void ScriptedStackTest::FireDueTimers()
     }
 }
 
-long ScriptedStackTest::NewLiveObjects() const { return CMNLiveObjects::Count() - m_lLiveBefore; }
+long ScriptedStackTest::NewLiveObjects() const
+{
+    return CMNLiveObjects::Count() - m_lLiveBefore;
+}
