@@ -214,6 +214,11 @@ int Waiting(int handle)
     return ps_ioctl(handle, PS_FIONREAD, &count) == 0 ? count : -1;
 }
 
+bool Arrived(int handle, int count)
+{
+    return WaitUntil([=] { return Waiting(handle) == count; });
+}
+
 long SendPattern(int handle, std::size_t offset, std::size_t count)
 {
     const CBytes bytes = Pattern(offset, count);

@@ -90,6 +90,9 @@ CBytes Pattern(std::size_t offset, std::size_t count);
 // Bytes waiting, as ps_ioctl says; -1 on failure.
 int Waiting(int handle);
 
+// Waits until so many bytes wait there.
+bool Arrived(int handle, int count);
+
 // One send of the stream's bytes from `offset`.
 long SendPattern(int handle, std::size_t offset, std::size_t count);
 

@@ -67,6 +67,7 @@ TEST(Polling, SomeReady_Result_EntriesWithAnEvent)
     CPair pair = Connected();
     CPair idle = Connected();
     EXPECT_EQ(1, ps_send(pair.m_Client.Get(), "x", 1, 0));
+    EXPECT_TRUE(Arrived(pair.m_Server.Get(), 1));
     ps_pollfd entries[5] = {{pair.m_Server.Get(), s_nInOut, 0},
                             {idle.m_Server.Get(), PS_POLLIN, 77},
                             {idle.m_Client.Get(), PS_POLLOUT, 0},
@@ -84,6 +85,7 @@ TEST(Polling, ReadyForBoth_OneAsked_OnlyThatReturned)
 {
     CPair pair = Connected();
     EXPECT_EQ(1, ps_send(pair.m_Client.Get(), "x", 1, 0));
+    EXPECT_TRUE(Arrived(pair.m_Server.Get(), 1));
     EXPECT_EQ(PS_POLLIN, Look(pair.m_Server.Get(), PS_POLLIN));
     EXPECT_EQ(PS_POLLOUT, Look(pair.m_Server.Get(), PS_POLLOUT));
     EXPECT_EQ(0, Look(pair.m_Server.Get(), 0));

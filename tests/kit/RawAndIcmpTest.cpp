@@ -122,7 +122,7 @@ TEST(RawAndIcmp, RawTcpSocket_ConnectionBeside_Works)
     const CSocket raw = Raw(PS_IPPROTO_TCP);
     CPair pair = Connected();
     EXPECT_TRUE(Transfer(pair.m_Client.Get(), pair.m_Server.Get(), 300000));
-    EXPECT_EQ(PS_POLLIN, Look(raw.Get(), PS_POLLIN));
+    EXPECT_EQ(PS_POLLIN, WaitFor(raw.Get(), PS_POLLIN));
 }
 
 TEST(RawAndIcmp, SendToALink_NoHeaderAsked_StackWritesIt)

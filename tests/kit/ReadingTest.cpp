@@ -52,8 +52,10 @@ TEST(Reading, DataThenOrderlyClose_ReadOn_DataThenFailure)
     char room[4];
     EXPECT_EQ(5, ps_send(pair.m_Client.Get(), "hello", 5, 0));
     EXPECT_EQ(0, pair.m_Client.Close());
+    EXPECT_TRUE(Arrived(pair.m_Server.Get(), 5));
     EXPECT_EQ(4, ps_recv(pair.m_Server.Get(), room, sizeof(room), 0));
     EXPECT_EQ(1, ps_recv(pair.m_Server.Get(), room, sizeof(room), 0));
+    EXPECT_EQ(PS_POLLIN, WaitFor(pair.m_Server.Get(), PS_POLLIN));
     EXPECT_EQ(-1, ps_recv(pair.m_Server.Get(), room, sizeof(room), 0));
     EXPECT_NE(PS_EINPROGRESS, get_pserrno());
     EXPECT_EQ(-1, ps_recv(pair.m_Server.Get(), room, sizeof(room), 0));   // and again
@@ -93,6 +95,7 @@ TEST(Reading, DataWaiting_Peek_DataStays)
     CPair pair = Connected();
     char room[8] = {};
     EXPECT_EQ(6, ps_send(pair.m_Client.Get(), "abcdef", 6, 0));
+    EXPECT_TRUE(Arrived(pair.m_Server.Get(), 6));
     EXPECT_EQ(3, Peek(pair.m_Server.Get(), room, 3));
     EXPECT_EQ(6, Peek(pair.m_Server.Get(), room, sizeof(room)));
     EXPECT_STREQ("abcdef", room);
@@ -121,8 +124,10 @@ TEST(Reading, ClosedByPeer_Peek_DataThenZero)
     char room[4];
     EXPECT_EQ(2, ps_send(pair.m_Client.Get(), "ab", 2, 0));
     EXPECT_EQ(0, pair.m_Client.Close());
+    EXPECT_TRUE(Arrived(pair.m_Server.Get(), 2));
     EXPECT_EQ(2, Peek(pair.m_Server.Get(), room, sizeof(room)));
     EXPECT_EQ(2, ps_recv(pair.m_Server.Get(), room, sizeof(room), 0));
+    EXPECT_EQ(PS_POLLIN, WaitFor(pair.m_Server.Get(), PS_POLLIN));
     EXPECT_EQ(0, Peek(pair.m_Server.Get(), room, sizeof(room)));
     EXPECT_EQ(0, Peek(pair.m_Server.Get(), room, 1));
 }
@@ -132,6 +137,7 @@ TEST(Reading, ResetByPeer_Peek_NotTakenForIdle)
     CPair pair = Connected();
     char byte;
     pair.m_Client.CloseByReset();
+    EXPECT_NE(0, WaitFor(pair.m_Server.Get(), 0) & PS_POLLERR);
     const long peeked = Peek(pair.m_Server.Get(), &byte, 1);
     EXPECT_LE(peeked, 0);
     EXPECT_TRUE(peeked == 0 || get_pserrno() != PS_EINPROGRESS);
@@ -144,7 +150,7 @@ TEST(Reading, ManySends_OneRead_AllThatWaits)
     for (std::size_t i = 0; i < 50; ++i) {
         EXPECT_EQ(100, SendPattern(pair.m_Client.Get(), i * 100, 100));
     }
-    EXPECT_EQ(5000, Waiting(pair.m_Server.Get()));
+    EXPECT_TRUE(Arrived(pair.m_Server.Get(), 5000));
     CBytes room(6000);
     EXPECT_EQ(250, ps_recv(pair.m_Server.Get(), room.data(), 250, 0));
     EXPECT_EQ(PS_POLLIN, Look(pair.m_Server.Get(), PS_POLLIN));   // ready as long as data waits
@@ -159,7 +165,7 @@ TEST(Reading, ManySegments_OneRead_AllThatWaits)
     CWire wire(ipstack::CIPStackWireSettings(), 576);
     CPair pair = wire.Connect();
     EXPECT_TRUE(SendAll(pair.m_Client.Get(), Pattern(0, 20000)));
-    EXPECT_TRUE(WaitUntil([&] { return Waiting(pair.m_Server.Get()) == 20000; }));
+    EXPECT_TRUE(Arrived(pair.m_Server.Get(), 20000));
     CBytes room(30000);
     EXPECT_EQ(20000, ps_recv(pair.m_Server.Get(), room.data(), room.size(), 0));
     room.resize(20000);
@@ -243,6 +249,7 @@ TEST(Reading, DatagramLongerThanRoom_Read_RestIsGone)
     EXPECT_EQ(100, SendTo(udp.Get(), Pattern(0, 100), LocalAddress(udp.Get())));
     EXPECT_EQ(5, SendTo(udp.Get(), Pattern(100, 5), LocalAddress(udp.Get())));
     CBytes room(30);
+    EXPECT_TRUE(Arrived(udp.Get(), 100));
     EXPECT_EQ(30, ps_recv(udp.Get(), room.data(), room.size(), 0));
     EXPECT_EQ(Pattern(0, 30), room);
     EXPECT_EQ(Pattern(100, 5), ReceiveDatagram(udp.Get()));
@@ -254,9 +261,9 @@ TEST(Reading, EmptyDatagram_Waiting_InputUntilRead)
     EXPECT_EQ(0, SendTo(udp.Get(), CBytes(), LocalAddress(udp.Get())));
     EXPECT_EQ(3, SendTo(udp.Get(), CBytes(3), LocalAddress(udp.Get())));
     char room[8];
-    EXPECT_EQ(PS_POLLIN, Look(udp.Get(), PS_POLLIN));
+    EXPECT_EQ(PS_POLLIN, WaitFor(udp.Get(), PS_POLLIN));
     EXPECT_EQ(0, ps_recv(udp.Get(), room, sizeof(room), 0));
-    EXPECT_EQ(PS_POLLIN, Look(udp.Get(), PS_POLLIN));
+    EXPECT_EQ(PS_POLLIN, WaitFor(udp.Get(), PS_POLLIN));
     EXPECT_EQ(3, ps_recv(udp.Get(), room, sizeof(room), 0));
     EXPECT_EQ(0, Look(udp.Get(), PS_POLLIN));
 }

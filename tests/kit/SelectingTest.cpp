@@ -31,6 +31,7 @@ TEST(Selecting, SomeReady_Lists_ExactlyThose)
     CPair pair = Connected();
     CPair idle = Connected();
     EXPECT_EQ(1, ps_send(pair.m_Client.Get(), "x", 1, 0));
+    EXPECT_TRUE(Arrived(pair.m_Server.Get(), 1));
     ps_fdsets in = {};
     ps_fdsets out = {};
     Add(in.read, idle.m_Client.Get());
@@ -53,6 +54,7 @@ TEST(Selecting, SameRecordInAndOut_Ready_Answered)
 {
     CPair pair = Connected();
     EXPECT_EQ(1, ps_send(pair.m_Client.Get(), "x", 1, 0));
+    EXPECT_TRUE(Arrived(pair.m_Server.Get(), 1));
     ps_fdsets both = {};
     Add(both.read, pair.m_Client.Get());
     Add(both.read, pair.m_Server.Get());
@@ -205,6 +207,7 @@ TEST(Selecting, FullLists_AllReady_AllAnswered)
         Add(in->read, sockets.back().Get());
         Add(in->except, sockets.back().Get());
         EXPECT_EQ(1, SendTo(sender.Get(), CBytes(1), LocalAddress(sockets.back().Get())));
+        EXPECT_TRUE(Arrived(sockets.back().Get(), 1));
     }
     std::vector<CPair> pairs;
     const CSocket listener = Listener(CAddress::Loopback(), 600);

@@ -212,6 +212,25 @@ TEST(Threads, SameSockets_AnyCallFromAnyThread_Survives)
     EXPECT_TRUE(Echo(Connected(), 100000));
 }
 
+TEST(Threads, OneCallManyPackets_NoTimePasses_AllWorkedOff)
+{
+    // What a call does not work off itself must go on without another call and without a tick.
+    constexpr int total = 500000;
+    mantle::CMNManualClock clock(false);
+    CLink link("10.9.0.1", std::string(), 576);
+    CPair pair = Connected(CAddress::V4(10, 9, 0, 1, 0));
+    EXPECT_EQ(0, ps_set_snd_rcv_buffer(pair.m_Client.Get(), 524288, 524288));
+    EXPECT_EQ(0, ps_set_snd_rcv_buffer(pair.m_Server.Get(), 524288, 524288));
+    ASSERT_TRUE(Transfer(pair.m_Client.Get(), pair.m_Server.Get(), 5000000, 100000));
+    EXPECT_EQ(total, SendPattern(pair.m_Client.Get(), 0, total));
+    for (int i = 0; i < 5000000 && Waiting(pair.m_Server.Get()) < total; ++i) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(total, Waiting(pair.m_Server.Get()));
+    EXPECT_TRUE(ReceivePattern(pair.m_Server.Get(), 0, total));
+    EXPECT_EQ(0U, link.TakeAll().size());
+}
+
 TEST(Threads, ClockJumpsAnHour_DataUnderWay_ConnectionLives)
 {
     mantle::CMNManualClock clock;

@@ -14,9 +14,14 @@ int WhoGetsIt(const std::vector<CSocket>& listeners)
     const CSocket client = Tcp();
     EXPECT_EQ(0, Connect(client.Get(), CAddress::Loopback(s_dwWakeUpPort)));
     EXPECT_EQ(PS_POLLOUT, WaitFor(client.Get(), PS_POLLOUT));
+    std::vector<ps_pollfd> entries;
+    for (const CSocket& listener : listeners) {
+        entries.push_back({listener.Get(), PS_POLLIN, 0});
+    }
+    EXPECT_EQ(1, ps_poll(entries.data(), static_cast<unsigned int>(entries.size()), s_nLimitMs));
     int who = -1;
     for (std::size_t i = 0; i < listeners.size(); ++i) {
-        if (listeners[i].Get() > 0 && Look(listeners[i].Get(), PS_POLLIN) == PS_POLLIN) {
+        if (entries[i].revents != 0) {
             EXPECT_EQ(-1, who) << "two listeners have one connection";
             who = static_cast<int>(i);
             EXPECT_GE(Accept(listeners[i]).Get(), 1);

@@ -184,6 +184,7 @@ TEST(Writing, PeerReset_Write_ConnectionReset)
 {
     CPair pair = Connected();
     pair.m_Server.CloseByReset();
+    EXPECT_NE(0, WaitFor(pair.m_Client.Get(), 0) & PS_POLLERR);
     KIT_EXPECT_ERROR(PS_ECONNRESET, ps_send(pair.m_Client.Get(), "x", 1, 0));
 }
 
