@@ -14,10 +14,11 @@ namespace uxport
 namespace
 {
 
-// The thread manager gives its singleton mutex up when it has destroyed the singletons, reactors among them.
+// The clean-up destroys reactors with the other shared objects. One that runs in a callback leaves them, and the loop
+// goes on.
 bool IsAlive(const IPSReactor* reactor)
 {
-    return reactor && CMNThreadManager::Instance()->GetSingletonMutex();
+    return reactor && !CMNThreadManager::Instance()->HasDestroyedObjects();
 }
 
 }  // namespace

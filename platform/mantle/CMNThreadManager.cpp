@@ -145,6 +145,11 @@ bool CMNThreadManager::IsCleaningUp() const noexcept
     return m_pImpl->m_ePhase.load() != CImpl::EPhase::RUNNING;
 }
 
+bool CMNThreadManager::HasDestroyedObjects() const noexcept
+{
+    return m_pImpl->m_bObjectsDestroyed.load();
+}
+
 void CMNThreadManager::AddCleanUp(CMNCleanUpBase* object)
 {
     CGuard guard(m_pImpl->m_Mutex);

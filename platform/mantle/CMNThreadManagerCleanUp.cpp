@@ -53,6 +53,7 @@ void CMNThreadManager::CleanUp()
     // From a callback: it goes on afterwards, and what it uses must still be there.
     if (local.m_dwInLoop == 0 && usersEnded && othersEnded) {
         m_pImpl->DestroyObjects(self);
+        m_pImpl->m_bObjectsDestroyed.store(true);
         m_pImpl->m_ePhase.store(CImpl::EPhase::OVER);
         m_pImpl->DeleteOwnedThreads();
     } else {
@@ -83,8 +84,13 @@ bool CMNThreadManager::CImpl::EndThreads(const std::vector<CMNThread*>& threads,
     const CMNTimeValue bound = GetJoinBound();
     std::vector<CMNThread*> asked;
     for (CMNThread* thread : threads) {
-        if (thread == self || thread->IsUserThread() != user || !thread->IsRunning())
+        if (thread == self || thread->IsUserThread() != user)
             continue;
+        if (!thread->IsRunning()) {
+            // Ended by itself, or never started; what the system keeps of it is given back.
+            thread->JoinFor(bound);
+            continue;
+        }
         asked.push_back(thread);
         // A thread that is being created opens what Stop closes, and main would go on to a second end of the process.
         if (!thread->IsAdopted())

@@ -41,6 +41,7 @@ public:
     void DeleteOwnedThreads();
 
     std::atomic<EPhase> m_ePhase{EPhase::RUNNING};
+    std::atomic<bool> m_bObjectsDestroyed{false};
     std::atomic<TType> m_nNextType;
     CMNEventThread m_Over{1, 0};
     CMNMutexRecursive m_SingletonMutex;  // making one singleton may need another

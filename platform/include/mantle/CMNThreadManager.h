@@ -70,6 +70,9 @@ public:
     // Whether the clean-up has begun.
     bool IsCleaningUp() const noexcept;
 
+    // Whether the clean-up has destroyed the shared objects; one that had to leave them alive never does.
+    bool HasDestroyedObjects() const noexcept;
+
 private:
     friend class CMNCleanUpBase;
     friend class CMNPendingDelete;

@@ -230,11 +230,18 @@ int End(const std::string& way)
     }
     if (way == "cleanup_in_callback") {
         g_LastCheck.m_bAllDestroyed = false;
+        // The loop goes on for some turns, with connections whose deletion was pending.
         mantle::CMNEventThread done(1, 0);
-        Post([&done] {
+        int turns = 3;
+        g_Timer.m_fWork = [&done, &turns] {
+            if (--turns == 0)
+                done.Signal();
+        };
+        Post([] {
+            IPSReactor* reactor = GetReactor();
             MakeWork();
             mantle::CMNThreadManager::Instance()->CleanUp();
-            done.Signal();
+            reactor->ScheduleTimer(&g_Timer, nullptr, CMNTimeValue(0, 10000), 3);
         });
         done.Wait();
         return 0;
