@@ -11,6 +11,9 @@ namespace kit
 namespace
 {
 
+// A time-out of this length or more is a limit, which nothing that happens comes close to.
+constexpr int s_nLongWaitMs = 500;
+
 unsigned char PatternByte(std::size_t place)
 {
     return static_cast<unsigned char>(place * 131U + (place >> 8) * 29U + (place >> 16) * 7U);
@@ -171,9 +174,19 @@ short Look(int handle, short events)
 short WaitFor(int handle, short events, int limitMs)
 {
     ps_pollfd entry = {handle, events, 0};
-    const int ready = ps_poll(&entry, 1, limitMs);
+    const int ready = PollInTime(&entry, 1, limitMs);
     EXPECT_EQ(entry.revents != 0 ? 1 : 0, ready);
     return entry.revents;
+}
+
+int PollInTime(ps_pollfd* entries, unsigned int count, int limitMs)
+{
+    const long long start = StackTimeMs();
+    const int ready = ps_poll(entries, count, limitMs);
+    if (ready > 0 && limitMs >= s_nLongWaitMs) {
+        EXPECT_LT(StackTimeMs() - start, limitMs) << "what was ready was seen at the time-out only: a wake-up was lost";
+    }
+    return ready;
 }
 
 bool WaitUntil(const std::function<bool()>& condition, int limitMs)
@@ -320,7 +333,7 @@ bool Transfer(int from, int to, std::size_t total, std::size_t piece)
         moved = moved || got > 0;
         if (!moved) {
             ps_pollfd entries[2] = {{to, PS_POLLIN, 0}, {sent < total ? from : -1, PS_POLLOUT, 0}};
-            if (ps_poll(entries, 2, s_nLimitMs) < 1) {
+            if (PollInTime(entries, 2, s_nLimitMs) < 1) {
                 ADD_FAILURE() << "stopped after " << sent << " sent and " << received << " received";
                 return false;
             }

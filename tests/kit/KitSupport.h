@@ -77,6 +77,10 @@ CSocket Accept(const CSocket& listener);
 short Look(int handle, short events = s_nInOut);
 short WaitFor(int handle, short events, int limitMs = s_nLimitMs);
 
+// ps_poll with a limit; an event that a sleeper sees only at the end of a long limit fails the case, as its
+// wake-up was lost.
+int PollInTime(ps_pollfd* entries, unsigned int count, int limitMs);
+
 // Waits until `condition` holds; false at the limit.
 bool WaitUntil(const std::function<bool()>& condition, int limitMs = s_nLimitMs);
 
