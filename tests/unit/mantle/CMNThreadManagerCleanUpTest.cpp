@@ -186,9 +186,12 @@ TEST_F(CMNThreadManagerCleanUpTest, UserThreadHoldsEvents_MainReturns_DestroyedO
             auto* user = new CMNThreadUser;
             user->Create(100);
             CMNEventThread busy(1, 0);
-            user->PostEvent(new CTestEvent([&busy] {
+            user->PostEvent(new CTestEvent([&busy, user] {
                 busy.Signal();
                 while (!Manager()->IsCleaningUp())
+                    std::this_thread::yield();
+                // The clean-up has begun; a moment later it refuses posts.
+                while (user->PostEvent(new CTestEvent([] {})) == MN_OK)
                     std::this_thread::yield();
             }));
             busy.Wait();
