@@ -52,7 +52,7 @@ void ExpectHeld(int backlog, int asked, int held)
     const CSocket listener = Listener(CAddress::Loopback(), backlog);
     std::vector<CSocket> clients = ConnectMany(LocalAddress(listener.Get()), asked);
     EXPECT_TRUE(WaitUntil([&] { return CountConnected(clients) >= held; }, 1000));
-    PassStackTime(1500);   // less than any peer waits before it tries again for the second time
+    PassStackTime(1500);  // less than any peer waits before it tries again for the second time
     EXPECT_EQ(held, CountConnected(clients));
     for (const CSocket& one : clients) {
         EXPECT_EQ(0, ps_is_socket_errno(one.Get())) << "not acknowledged is not refused";
@@ -207,9 +207,10 @@ TEST(Backlog, ManyHalfOpen_BeyondEightBits_NotAcknowledged)
     ask(coming);
     EXPECT_EQ(0U, link.Inject(EchoRequest(CAddress::V4(10, 9, 0, 2, 0), at, 7, 2)));
     EXPECT_FALSE(link.Take([&](const CBytes& packet) {
-        EXPECT_FALSE(IsTcp(packet, coming));
-        return IsEchoReply(packet, 7, 2);
-    }).empty());
+                         EXPECT_FALSE(IsTcp(packet, coming));
+                         return IsEchoReply(packet, 7, 2);
+                     })
+                     .empty());
     EXPECT_EQ(0U, link.Inject(TcpPacket(CAddress::V4(10, 9, 0, 2, leaving), at, s_cTcpRst, 1001, 0)));
     ask(coming);
     EXPECT_FALSE(link.Take([&](const CBytes& packet) { return IsTcp(packet, coming); }).empty());

@@ -9,7 +9,7 @@ namespace
 
 constexpr int s_nDefault = 65535;
 constexpr int s_nMost = 512 * 1024;
-constexpr int s_nSegment = 536;   // of an MTU of 576, less the IPv4 and TCP headers
+constexpr int s_nSegment = 536;  // of an MTU of 576, less the IPv4 and TCP headers
 
 // All that is sent stays with the sender: how much that is at most.
 std::size_t HeldBySender(unsigned int mtu, int limit)
@@ -103,7 +103,7 @@ TEST(Buffers, LimitBelowTwoSegments_Sender_HoldsTwo)
     const mantle::CMNClockParticipant participant;
     const std::size_t held = HeldBySender(576, 1);
     EXPECT_LE(held, 2U * s_nSegment);
-    EXPECT_GE(held, 2U * s_nSegment - 2 * 40);   // segments may carry options
+    EXPECT_GE(held, 2U * s_nSegment - 2 * 40);  // segments may carry options
 }
 
 TEST(Buffers, TinyLimits_Transfer_NotStalled)
@@ -248,12 +248,12 @@ TEST(Buffers, DatagramsUnread_Queue_DropsAndCounts)
     EXPECT_EQ(1000U, ReceiveDatagram(receiver.Get()).size());
     const CCounters before = Counters();
     for (std::uint64_t i = 0; i < sentCount; ++i) {
-        EXPECT_EQ(1000, SendTo(sender.Get(), Pattern(i, 1000), to));   // taken all the same
+        EXPECT_EQ(1000, SendTo(sender.Get(), Pattern(i, 1000), to));  // taken all the same
     }
     const CCounters after = Counters();
     std::uint64_t received = 0;
     while (Look(receiver.Get(), PS_POLLIN) == PS_POLLIN) {
-        EXPECT_EQ(Pattern(received, 1000), ReceiveDatagram(receiver.Get()));   // the oldest are kept
+        EXPECT_EQ(Pattern(received, 1000), ReceiveDatagram(receiver.Get()));  // the oldest are kept
         ++received;
     }
     EXPECT_GE(received, 30U);

@@ -67,7 +67,7 @@ TEST(Closing, OwnWindowHeldBack_Close_AllArrivesThenTheEnd)
     CPair pair = Connected();
     EXPECT_EQ(0, ps_set_snd_rcv_buffer(pair.m_Client.Get(), 65535, 2048));
     EXPECT_EQ(30000, SendPattern(pair.m_Server.Get(), 0, 30000));
-    EXPECT_TRUE(ReceivePattern(pair.m_Client.Get(), 0, 10000));   // the rest stays unread
+    EXPECT_TRUE(ReceivePattern(pair.m_Client.Get(), 0, 10000));  // the rest stays unread
     const std::size_t sent = SendStream(pair.m_Client.Get(), 50000);
     EXPECT_EQ(0, pair.m_Client.Close());
     ExpectStreamThenEnd(pair.m_Server.Get(), sent);
@@ -90,7 +90,7 @@ TEST(Closing, PeerReadsLate_Close_AllArrivesThenTheEnd)
     const mantle::CMNClockParticipant participant;
     CPair pair = Connected();
     const std::size_t sent = Fill(pair.m_Client.Get(), 8192);
-    EXPECT_GT(sent, 65535U);   // more than the peer's buffer holds
+    EXPECT_GT(sent, 65535U);  // more than the peer's buffer holds
     EXPECT_EQ(0, pair.m_Client.Close());
     PassStackTime(30000);
     ExpectStreamThenEnd(pair.m_Server.Get(), sent);
@@ -161,10 +161,12 @@ TEST(Closing, PeerNeverReads_Closed_OverAfterAboutAMinute)
     EXPECT_EQ(0, pair.m_Server.Close());
     const long long start = StackTimeMs();
     // Its port tells when it is over.
-    EXPECT_TRUE(WaitUntil([&] {
-        const CSocket probe = Tcp();
-        return Bind(probe.Get(), at) == 0;
-    }, 600000));
+    EXPECT_TRUE(WaitUntil(
+        [&] {
+            const CSocket probe = Tcp();
+            return Bind(probe.Get(), at) == 0;
+        },
+        600000));
     EXPECT_GE(StackTimeMs() - start, 50000);
     EXPECT_LE(StackTimeMs() - start, 130000);
 }
@@ -182,10 +184,12 @@ TEST(Closing, PeerVanished_Closed_OverAfterAboutAMinute)
     SendStream(pair.m_Server.Get(), 1000);
     EXPECT_EQ(0, pair.m_Server.Close());
     const long long start = StackTimeMs();
-    EXPECT_TRUE(WaitUntil([&] {
-        const CSocket probe = Tcp();
-        return Bind(probe.Get(), at) == 0;
-    }, 600000));
+    EXPECT_TRUE(WaitUntil(
+        [&] {
+            const CSocket probe = Tcp();
+            return Bind(probe.Get(), at) == 0;
+        },
+        600000));
     EXPECT_GE(StackTimeMs() - start, 50000);
     EXPECT_LE(StackTimeMs() - start, 130000);
 }

@@ -10,7 +10,7 @@ using namespace kit;
 namespace
 {
 
-constexpr int s_nRounds = 60;   // in some the close comes before the call, in some while it waits
+constexpr int s_nRounds = 60;  // in some the close comes before the call, in some while it waits
 
 // Runs `wait` in a thread of its own and closes the socket beside it.
 void CloseBeside(CSocket& socket, int round, const std::function<void()>& wait)
@@ -155,8 +155,7 @@ TEST(Closing, AnotherThreadConnects_Close_BadHandle)
     for (int round = 0; round < s_nRounds; ++round) {
         CSocket client = BlockingTcp();
         const int handle = client.Get();
-        CloseBeside(client, round,
-                    [handle] { ExpectEnded(Connect(handle, CAddress::V4(10, 9, 0, 77, 4000))); });
+        CloseBeside(client, round, [handle] { ExpectEnded(Connect(handle, CAddress::V4(10, 9, 0, 77, 4000))); });
     }
 }
 

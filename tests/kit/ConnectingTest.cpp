@@ -7,7 +7,7 @@ using namespace kit;
 namespace
 {
 
-const CAddress s_Nobody = CAddress::V4(10, 9, 0, 77, 4000);   // an address on the test's link that never answers
+const CAddress s_Nobody = CAddress::V4(10, 9, 0, 77, 4000);  // an address on the test's link that never answers
 
 CAddress ClosedPort()
 {
@@ -129,7 +129,7 @@ TEST(Connecting, NobodyAnswers_NonBlocking_TimedOut)
     EXPECT_EQ(PS_ETIMEDOUT, ps_is_socket_errno(client.Get()));
     EXPECT_GE(StackTimeMs() - start, 5000);
     EXPECT_LE(StackTimeMs() - start, 300000);
-    EXPECT_GE(link.TakeAll().size(), 3U);   // it asked more than once
+    EXPECT_GE(link.TakeAll().size(), 3U);  // it asked more than once
 }
 
 TEST(Connecting, NobodyAnswers_Blocking_TimedOut)

@@ -25,9 +25,9 @@ void LeaveMark()
     ASSERT_EQ(PS_EAFNOSUPPORT, get_pserrno());
 }
 
-#define KIT_EXPECT_MARK_KEPT(call)                                  \
-    do {                                                            \
-        EXPECT_NE(-1, static_cast<long>(call)) << #call;            \
+#define KIT_EXPECT_MARK_KEPT(call)                                   \
+    do {                                                             \
+        EXPECT_NE(-1, static_cast<long>(call)) << #call;             \
         EXPECT_EQ(PS_EAFNOSUPPORT, get_pserrno()) << "after " #call; \
     } while (false)
 
@@ -37,9 +37,7 @@ TEST(Errors, Failure_InAnotherThread_OwnCauseKept)
 {
     StartStack();
     LeaveMark();
-    std::thread([] {
-        KIT_EXPECT_ERROR(PS_EBADF, ps_close(77777));
-    }).join();
+    std::thread([] { KIT_EXPECT_ERROR(PS_EBADF, ps_close(77777)); }).join();
     EXPECT_EQ(PS_EAFNOSUPPORT, get_pserrno());
 }
 
@@ -72,7 +70,7 @@ TEST(Errors, Failure_StreamCallsSucceed_CauseKept)
     KIT_EXPECT_MARK_KEPT(WaitFor(client.Get(), PS_POLLOUT));
 
     char room[64];
-    KIT_EXPECT_MARK_KEPT(ps_recv(accepted.Get(), room, sizeof(room), 0));   // nothing waits: 0
+    KIT_EXPECT_MARK_KEPT(ps_recv(accepted.Get(), room, sizeof(room), 0));  // nothing waits: 0
     KIT_EXPECT_MARK_KEPT(ps_send(client.Get(), "hello", 5, 0));
     const ps_iovec piece = {room, 3};
     KIT_EXPECT_MARK_KEPT(ps_writev(client.Get(), &piece, 1));
@@ -80,7 +78,7 @@ TEST(Errors, Failure_StreamCallsSucceed_CauseKept)
     KIT_EXPECT_MARK_KEPT(ps_recv(accepted.Get(), room, sizeof(room), PS_MSG_PEEK));
     KIT_EXPECT_MARK_KEPT(ps_recv(accepted.Get(), room, sizeof(room), 0));
     Fill(client.Get(), 4096);
-    KIT_EXPECT_MARK_KEPT(ps_send(client.Get(), room, sizeof(room), 0));     // no room: 0
+    KIT_EXPECT_MARK_KEPT(ps_send(client.Get(), room, sizeof(room), 0));  // no room: 0
     KIT_EXPECT_MARK_KEPT(PeerAddress(client.Get()).Length());
     KIT_EXPECT_MARK_KEPT(ps_fcntl(client.Get(), PS_F_GETFL, 0));
     KIT_EXPECT_MARK_KEPT(Waiting(client.Get()));

@@ -9,7 +9,7 @@ namespace
 {
 
 constexpr int s_nMaxOpen = 8192;
-constexpr int s_nNumberRests = 1 << 15;   // sockets until a closed number may come back
+constexpr int s_nNumberRests = 1 << 15;  // sockets until a closed number may come back
 
 // Opens sockets until so many are open in the process.
 std::vector<CSocket> OpenSockets(int count)

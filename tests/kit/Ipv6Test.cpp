@@ -130,7 +130,7 @@ TEST(Ipv6, Echo_FromALink_AnsweredAlsoWithRawSockets)
     for (const int handle : {first.Get(), second.Get()}) {
         CAddress from;
         EXPECT_EQ(CBytes(request.begin() + s_dwIp6Header, request.end()), ReceiveDatagram(handle, &from));
-        EXPECT_EQ(s_Peer, from);   // port 0, no header
+        EXPECT_EQ(s_Peer, from);  // port 0, no header
         EXPECT_EQ(0, Look(handle, PS_POLLIN));
     }
     EXPECT_EQ(0, Look(v4.Get(), PS_POLLIN));

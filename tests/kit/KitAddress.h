@@ -31,7 +31,7 @@ public:
     int Family() const { return m_Record.m_Any.sa_family; }
     unsigned int Port() const;
     CAddress WithPort(unsigned int port) const;
-    CBytes Host() const;   // 4 or 16 bytes
+    CBytes Host() const;  // 4 or 16 bytes
 
     friend bool operator==(const CAddress& a, const CAddress& b)
     {

@@ -7,10 +7,10 @@
 namespace kit
 {
 
-constexpr std::size_t s_dwIpHeader = 20;    // RFC 791, no options
-constexpr std::size_t s_dwIp6Header = 40;   // RFC 8200
-constexpr std::size_t s_dwTcpHeader = 20;   // RFC 9293, no options
-constexpr std::size_t s_dwUdpHeader = 8;    // RFC 768
+constexpr std::size_t s_dwIpHeader = 20;   // RFC 791, no options
+constexpr std::size_t s_dwIp6Header = 40;  // RFC 8200
+constexpr std::size_t s_dwTcpHeader = 20;  // RFC 9293, no options
+constexpr std::size_t s_dwUdpHeader = 8;   // RFC 768
 
 constexpr unsigned char s_cTcpFin = 1;
 constexpr unsigned char s_cTcpSyn = 2;

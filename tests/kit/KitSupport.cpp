@@ -325,7 +325,8 @@ bool Transfer(int from, int to, std::size_t total, std::size_t piece)
             ADD_FAILURE() << "receive failed after " << received << ", cause " << get_pserrno();
             return false;
         }
-        if (!std::equal(buffer.begin(), buffer.begin() + got, Pattern(received, static_cast<std::size_t>(got)).begin())) {
+        if (!std::equal(buffer.begin(), buffer.begin() + got,
+                        Pattern(received, static_cast<std::size_t>(got)).begin())) {
             ADD_FAILURE() << "bytes differ after " << received;
             return false;
         }

@@ -39,8 +39,8 @@ public:
 
     int Get() const { return m_nHandle; }
     int Release();
-    int Close();          // 0 when there is nothing to close
-    int CloseByReset();   // linger 0: the peer sees a reset
+    int Close();         // 0 when there is nothing to close
+    int CloseByReset();  // linger 0: the peer sees a reset
 
 private:
     int m_nHandle = -1;
@@ -124,15 +124,15 @@ CBytes ReceiveToEnd(int handle, int& end);
 void InThreads(int count, const std::function<void(int)>& run);
 
 int SetOption(int handle, int level, int name, int value);
-int GetOption(int handle, int level, int name);   // -1 on failure
+int GetOption(int handle, int level, int name);  // -1 on failure
 
 }  // namespace kit
 
 // The call answers -1 and leaves this cause.
-#define KIT_EXPECT_ERROR(cause, call)                                   \
-    do {                                                                \
-        EXPECT_EQ(-1, static_cast<long>(call)) << #call;                \
-        EXPECT_EQ(cause, get_pserrno()) << "cause left by " << #call;   \
+#define KIT_EXPECT_ERROR(cause, call)                                 \
+    do {                                                              \
+        EXPECT_EQ(-1, static_cast<long>(call)) << #call;              \
+        EXPECT_EQ(cause, get_pserrno()) << "cause left by " << #call; \
     } while (false)
 
 #endif

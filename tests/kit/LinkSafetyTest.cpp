@@ -104,7 +104,8 @@ TEST(LinkSafety, LoopbackAddress_FromALink_DroppedAndCounted)
     guarded.ExpectDropped("udp from 127.0.0.1", UdpPacket(loop, s_Own, Pattern(0, 10)), true);
     guarded.ExpectDropped("udp to 127.0.0.1", UdpPacket(s_Peer, loop, Pattern(0, 10)), true);
     guarded.ExpectDropped("udp from 127.9.9.9", UdpPacket(CAddress::V4(127, 9, 9, 9, 5), s_Own, Pattern(0, 10)), true);
-    guarded.ExpectDropped("udp to 127.9.9.9", UdpPacket(s_Peer, CAddress::V4(127, 9, 9, 9, 4000), Pattern(0, 10)), true);
+    guarded.ExpectDropped("udp to 127.9.9.9", UdpPacket(s_Peer, CAddress::V4(127, 9, 9, 9, 4000), Pattern(0, 10)),
+                          true);
     guarded.ExpectDropped("ping from 127.0.0.1", EchoRequest(loop, s_Own, 1, 1), true);
     guarded.ExpectDropped("syn to 127.0.0.1", TcpPacket(s_Peer, loop, s_cTcpSyn, 1, 0), true);
     guarded.ExpectDropped("udp from ::1", UdpPacket(CAddress::Loopback6(4000), s_Own6, Pattern(0, 10)), true);
@@ -232,7 +233,8 @@ TEST(LinkSafety, MalformedIpv6_Any_DroppedAndCounted)
         chain.insert(chain.end(), {60, 0, 1, 4, 0, 0, 0, 0});
     }
     guarded.ExpectDropped("destination options without end", IpPacket(s_Peer6, s_Own6, 60, chain));
-    guarded.ExpectDropped("extension header over the end", IpPacket(s_Peer6, s_Own6, 60, CBytes{17, 200, 1, 4, 0, 0, 0, 0}));
+    guarded.ExpectDropped("extension header over the end",
+                          IpPacket(s_Peer6, s_Own6, 60, CBytes{17, 200, 1, 4, 0, 0, 0, 0}));
     guarded.ExpectDropped("extension header cut", IpPacket(s_Peer6, s_Own6, 60, CBytes{17}));
     guarded.ExpectDropped("hop-by-hop not first",
                           IpPacket(s_Peer6, s_Own6, 60, CBytes{0, 0, 1, 4, 0, 0, 0, 0, 17, 0, 1, 4, 0, 0, 0, 0}));
@@ -250,10 +252,13 @@ TEST(LinkSafety, RandomAndChangedPackets_Many_StackLives)
 {
     CGuardedLink guarded;
     std::mt19937 random(20240607);
-    const std::vector<CBytes> good = {UdpPacket(s_Peer, s_Own, Pattern(0, 100)), EchoRequest(s_Peer, s_Own, 1, 1),
-                                      TcpPacket(s_Peer, s_Own, s_cTcpSyn, 7, 0, CBytes(), {2, 4, 5, 0xB4, 3, 3, 7, 4, 2}),
-                                      UdpPacket(s_Peer6, s_Own6, Pattern(0, 100)), EchoRequest(s_Peer6, s_Own6, 1, 1),
-                                      TcpPacket(s_Peer6, s_Own6, s_cTcpSyn, 7, 0, CBytes(), {2, 4, 5, 0xB4})};
+    const std::vector<CBytes> good = {
+        UdpPacket(s_Peer, s_Own, Pattern(0, 100)),
+        EchoRequest(s_Peer, s_Own, 1, 1),
+        TcpPacket(s_Peer, s_Own, s_cTcpSyn, 7, 0, CBytes(), {2, 4, 5, 0xB4, 3, 3, 7, 4, 2}),
+        UdpPacket(s_Peer6, s_Own6, Pattern(0, 100)),
+        EchoRequest(s_Peer6, s_Own6, 1, 1),
+        TcpPacket(s_Peer6, s_Own6, s_cTcpSyn, 7, 0, CBytes(), {2, 4, 5, 0xB4})};
     for (int i = 0; i < 20000; ++i) {
         CBytes packet = good[random() % good.size()];
         if (i % 5 == 0) {

@@ -135,7 +135,7 @@ TEST(Links, ManyThreadsSend_Output_NeverTwoAtATime)
         const CSocket udp = Udp();
         for (int i = 0; i < each; ++i) {
             while (SendTo(udp.Get(), CBytes(static_cast<std::size_t>(100 + number)), s_Peer) != 100 + number) {
-                ASSERT_EQ(PS_ENOBUFS, get_pserrno());   // the link is behind
+                ASSERT_EQ(PS_ENOBUFS, get_pserrno());  // the link is behind
                 std::this_thread::yield();
             }
         }
@@ -162,10 +162,11 @@ TEST(Links, Datagram_LongerThanTheMtu_FragmentsInAnyOrderAreJoined)
     const CSocket udp = BoundUdp(CAddress::Any(4000));
     const CBytes whole = UdpPacket(s_Peer, s_Own.WithPort(4000), Pattern(0, 3000));
     const CBytes body(whole.begin() + s_dwIpHeader, whole.end());
-    constexpr std::size_t piece = 1000;   // a multiple of 8
+    constexpr std::size_t piece = 1000;  // a multiple of 8
     for (std::size_t i = (body.size() - 1) / piece + 1; i-- > 0;) {
         const std::size_t end = std::min(body.size(), (i + 1) * piece);
-        CBytes part(body.begin() + static_cast<std::ptrdiff_t>(i * piece), body.begin() + static_cast<std::ptrdiff_t>(end));
+        CBytes part(body.begin() + static_cast<std::ptrdiff_t>(i * piece),
+                    body.begin() + static_cast<std::ptrdiff_t>(end));
         CBytes packet = IpPacket(s_Peer, s_Own, PS_IPPROTO_UDP, part);
         Put16(packet, 6, static_cast<unsigned int>(i * piece / 8) | (end < body.size() ? 0x2000U : 0U));
         FixIpChecksum(packet);
@@ -184,9 +185,9 @@ TEST(Links, PartOfADatagram_NeverCompleted_ForgottenInTime)
     const CBytes whole = UdpPacket(s_Peer, s_Own.WithPort(4000), Pattern(0, 1008));
     const CBytes body(whole.begin() + s_dwIpHeader, whole.end());
     const auto part = [&](std::size_t from, std::size_t to, unsigned int flags) {
-        CBytes packet = IpPacket(s_Peer, s_Own, PS_IPPROTO_UDP,
-                                 CBytes(body.begin() + static_cast<std::ptrdiff_t>(from),
-                                        body.begin() + static_cast<std::ptrdiff_t>(to)));
+        CBytes packet = IpPacket(
+            s_Peer, s_Own, PS_IPPROTO_UDP,
+            CBytes(body.begin() + static_cast<std::ptrdiff_t>(from), body.begin() + static_cast<std::ptrdiff_t>(to)));
         Put16(packet, 6, static_cast<unsigned int>(from / 8) | flags);
         FixIpChecksum(packet);
         EXPECT_EQ(0U, link.Inject(packet));
@@ -206,7 +207,7 @@ TEST(Links, SegmentsOutOfOrder_Connection_DeliveredInOrder)
     peer.Send(s_cTcpAck, Pattern(200, 100), CBytes(), 200);
     peer.Send(s_cTcpAck, Pattern(100, 100), CBytes(), 100);
     EXPECT_EQ(0, Look(peer.m_Socket.Get(), PS_POLLIN));
-    peer.Send(s_cTcpAck, Pattern(50, 100), CBytes(), 50);   // overlaps
+    peer.Send(s_cTcpAck, Pattern(50, 100), CBytes(), 50);  // overlaps
     peer.Send(s_cTcpAck, Pattern(0, 60));
     EXPECT_TRUE(ReceivePattern(peer.m_Socket.Get(), 0, 300));
     EXPECT_EQ(0, Waiting(peer.m_Socket.Get()));

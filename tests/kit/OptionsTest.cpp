@@ -44,14 +44,22 @@ void ExpectTaken(int handle, const COption& option, int length)
 }
 
 const COption s_StreamOptions[] = {
-    {PS_SOL_SOCKET, PS_SO_KEEPALIVE, 1},       {PS_SOL_SOCKET, PS_SO_KEEPALIVE, 0},
-    {PS_SOL_SOCKET, PS_SO_SNDBUF, 100000},     {PS_SOL_SOCKET, PS_SO_RCVBUF, 110000},
-    {PS_SOL_SOCKET, PS_SO_REUSEADDR, 1},       {PS_SOL_SOCKET_LINUX, PS_SO_LINUX_REUSEADDR, 0},
-    {PS_SOL_SOCKET_LINUX, PS_SO_LINUX_REUSEADDR, 1}, {PS_SOL_SOCKET_LINUX, PS_SO_LINUX_SNDBUF, 120000},
-    {PS_SOL_SOCKET_LINUX, PS_SO_LINUX_RCVBUF, 130000}, {PS_SOL_SOCKET_LINUX, PS_SO_LINUX_KEEPALIVE, 1},
-    {PS_IPPROTO_TCP, PS_TCP_KEEPIDLE, 60},     {PS_IPPROTO_TCP, PS_TCP_KEEPINTVL, 11},
-    {PS_IPPROTO_TCP, PS_TCP_KEEPCNT, 4},       {PS_IPPROTO_TCP, PS_TCP_NODELAY, 1},
-    {PS_IPPROTO_TCP, PS_TCP_NODELAY, 0},       {PS_IPPROTO_IP, PS_IP_TTL, 33},
+    {PS_SOL_SOCKET, PS_SO_KEEPALIVE, 1},
+    {PS_SOL_SOCKET, PS_SO_KEEPALIVE, 0},
+    {PS_SOL_SOCKET, PS_SO_SNDBUF, 100000},
+    {PS_SOL_SOCKET, PS_SO_RCVBUF, 110000},
+    {PS_SOL_SOCKET, PS_SO_REUSEADDR, 1},
+    {PS_SOL_SOCKET_LINUX, PS_SO_LINUX_REUSEADDR, 0},
+    {PS_SOL_SOCKET_LINUX, PS_SO_LINUX_REUSEADDR, 1},
+    {PS_SOL_SOCKET_LINUX, PS_SO_LINUX_SNDBUF, 120000},
+    {PS_SOL_SOCKET_LINUX, PS_SO_LINUX_RCVBUF, 130000},
+    {PS_SOL_SOCKET_LINUX, PS_SO_LINUX_KEEPALIVE, 1},
+    {PS_IPPROTO_TCP, PS_TCP_KEEPIDLE, 60},
+    {PS_IPPROTO_TCP, PS_TCP_KEEPINTVL, 11},
+    {PS_IPPROTO_TCP, PS_TCP_KEEPCNT, 4},
+    {PS_IPPROTO_TCP, PS_TCP_NODELAY, 1},
+    {PS_IPPROTO_TCP, PS_TCP_NODELAY, 0},
+    {PS_IPPROTO_IP, PS_IP_TTL, 33},
     {PS_IPPROTO_IP, PS_IP_TOS, 16},
 };
 
@@ -139,9 +147,9 @@ TEST(Options, Unknown_NameOrLevel_NoSuchOption)
     const CSocket tcp = Tcp();
     int value = 1;
     int length = sizeof(value);
-    for (const COption& option : {COption{PS_SOL_SOCKET, 0x7777, 0}, COption{PS_SOL_SOCKET_LINUX, 7777, 0},
-                                  COption{PS_IPPROTO_TCP, 777, 0}, COption{PS_IPPROTO_IP, 777, 0},
-                                  COption{12345, 2, 0}}) {
+    for (const COption& option :
+         {COption{PS_SOL_SOCKET, 0x7777, 0}, COption{PS_SOL_SOCKET_LINUX, 7777, 0}, COption{PS_IPPROTO_TCP, 777, 0},
+          COption{PS_IPPROTO_IP, 777, 0}, COption{12345, 2, 0}}) {
         KIT_EXPECT_ERROR(PS_ENOPROTOOPT, ps_setsockopt(tcp.Get(), option.m_nLevel, option.m_nName, &value, 4));
         KIT_EXPECT_ERROR(PS_ENOPROTOOPT, ps_getsockopt(tcp.Get(), option.m_nLevel, option.m_nName, &value, &length));
     }
@@ -279,7 +287,7 @@ TEST(Options, BytesWaiting_DatagramAndRaw_NextOnesSize)
     EXPECT_EQ(30U, ReceiveDatagram(udp.Get()).size());
     EXPECT_TRUE(Arrived(udp.Get(), 40));
     EXPECT_EQ(10, SendTo(raw.Get(), CBytes(10), CAddress::Loopback()));
-    EXPECT_TRUE(Arrived(raw.Get(), 30));   // with the IP header
+    EXPECT_TRUE(Arrived(raw.Get(), 30));  // with the IP header
 }
 
 TEST(Options, Ioctl_UnknownCommandOrNoPlace_Refused)

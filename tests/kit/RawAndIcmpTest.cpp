@@ -7,7 +7,7 @@ using namespace kit;
 namespace
 {
 
-constexpr int s_nProtocol = 253;   // for experiments, RFC 3692
+constexpr int s_nProtocol = 253;  // for experiments, RFC 3692
 
 const CAddress s_Own = CAddress::V4(10, 9, 0, 1, 0);
 const CAddress s_Peer = CAddress::V4(10, 9, 0, 2, 0);
@@ -43,7 +43,7 @@ TEST(RawAndIcmp, Echo_RawSocketsOpen_StillAnsweredAndEachHasItsCopy)
     for (const int handle : {first.Get(), second.Get()}) {
         CAddress from;
         EXPECT_EQ(request, ReceiveDatagram(handle, &from));
-        EXPECT_EQ(s_Peer, from);   // port 0
+        EXPECT_EQ(s_Peer, from);  // port 0
         EXPECT_EQ(0U, from.Port());
         EXPECT_EQ(0, Look(handle, PS_POLLIN));
     }
@@ -143,7 +143,7 @@ TEST(RawAndIcmp, HeaderIncluded_SendToALink_GoesOutAsWritten)
     CLink link("10.9.0.1");
     const CSocket raw = Raw(s_nProtocol);
     CBytes packet = IpPacket(s_Own, s_Peer, s_nProtocol, Pattern(0, 40));
-    packet[8] = 77;   // time to live
+    packet[8] = 77;  // time to live
     FixIpChecksum(packet);
     EXPECT_EQ(0, SetOption(raw.Get(), PS_IPPROTO_IP, PS_IP_HDRINCL, 1));
     EXPECT_EQ(1, GetOption(raw.Get(), PS_IPPROTO_IP, PS_IP_HDRINCL));
@@ -215,6 +215,7 @@ TEST(RawAndIcmp, UnansweredDatagram_ClosedPort_PortUnreachable)
     const CSocket raw = Raw(PS_IPPROTO_UDP);
     EXPECT_EQ(0U, link.Inject(UdpPacket(s_Peer.WithPort(9), s_Own.WithPort(9), Pattern(0, 10))));
     constexpr unsigned char unreachable = 3;
-    EXPECT_FALSE(link.Take([](const CBytes& one) { return one[9] == PS_IPPROTO_ICMP && one[20] == unreachable; }).empty());
+    EXPECT_FALSE(
+        link.Take([](const CBytes& one) { return one[9] == PS_IPPROTO_ICMP && one[20] == unreachable; }).empty());
     EXPECT_EQ(s_dwIpHeader + s_dwUdpHeader + 10, ReceiveDatagram(raw.Get()).size());
 }

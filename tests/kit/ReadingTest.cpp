@@ -24,7 +24,7 @@ TEST(Reading, Fresh_EverySocketAndAcceptedOnes_Blocking)
     const CSocket udp(ps_socket(PS_AF_INET, PS_SOCK_DGRAM, 0));
     const CSocket raw(ps_socket(PS_AF_INET, PS_SOCK_RAW, PS_IPPROTO_ICMP));
     const CSocket client = BlockingTcp();
-    const CSocket listener = Listener();   // itself non-blocking
+    const CSocket listener = Listener();  // itself non-blocking
     EXPECT_EQ(0, ps_fcntl(udp.Get(), PS_F_GETFL, 0) & PS_O_NONBLOCK);
     EXPECT_EQ(0, ps_fcntl(raw.Get(), PS_F_GETFL, 0) & PS_O_NONBLOCK);
     EXPECT_EQ(0, ps_fcntl(client.Get(), PS_F_GETFL, 0) & PS_O_NONBLOCK);
@@ -58,7 +58,7 @@ TEST(Reading, DataThenOrderlyClose_ReadOn_DataThenFailure)
     EXPECT_EQ(PS_POLLIN, WaitFor(pair.m_Server.Get(), PS_POLLIN));
     EXPECT_EQ(-1, ps_recv(pair.m_Server.Get(), room, sizeof(room), 0));
     EXPECT_NE(PS_EINPROGRESS, get_pserrno());
-    EXPECT_EQ(-1, ps_recv(pair.m_Server.Get(), room, sizeof(room), 0));   // and again
+    EXPECT_EQ(-1, ps_recv(pair.m_Server.Get(), room, sizeof(room), 0));  // and again
     EXPECT_EQ(0, ps_is_socket_errno(pair.m_Server.Get()));
 }
 
@@ -153,7 +153,7 @@ TEST(Reading, ManySends_OneRead_AllThatWaits)
     EXPECT_TRUE(Arrived(pair.m_Server.Get(), 5000));
     CBytes room(6000);
     EXPECT_EQ(250, ps_recv(pair.m_Server.Get(), room.data(), 250, 0));
-    EXPECT_EQ(PS_POLLIN, Look(pair.m_Server.Get(), PS_POLLIN));   // ready as long as data waits
+    EXPECT_EQ(PS_POLLIN, Look(pair.m_Server.Get(), PS_POLLIN));  // ready as long as data waits
     EXPECT_EQ(4750, ps_recv(pair.m_Server.Get(), room.data() + 250, room.size() - 250, 0));
     room.resize(5000);
     EXPECT_EQ(Pattern(0, 5000), room);
@@ -274,7 +274,7 @@ TEST(Reading, Blocking_DataComesLater_CallWaits)
     EXPECT_EQ(0, ps_fcntl(pair.m_Server.Get(), PS_F_SETFL, 0));
     std::thread writer([&] {
         CSocket shakeHands = BoundUdp();
-        EXPECT_EQ(0, WaitFor(shakeHands.Get(), PS_POLLIN, 20));   // the reader most likely waits by now
+        EXPECT_EQ(0, WaitFor(shakeHands.Get(), PS_POLLIN, 20));  // the reader most likely waits by now
         EXPECT_EQ(5, ps_send(pair.m_Client.Get(), "later", 5, 0));
     });
     char room[16];

@@ -139,7 +139,7 @@ TEST(Threads, SocketsOpenAndClose_TransferBeside_Undisturbed)
             if (number == 1) {
                 ASSERT_EQ(0, ps_listen(tcp.Get(), 5));
             } else {
-                ASSERT_EQ(0, Connect(tcp.Get(), CAddress::Loopback(9)));   // refused
+                ASSERT_EQ(0, Connect(tcp.Get(), CAddress::Loopback(9)));  // refused
             }
             Look(tcp.Get());
             GetOption(tcp.Get(), PS_SOL_SOCKET, PS_SO_SNDBUF);
@@ -188,21 +188,39 @@ TEST(Threads, SameSockets_AnyCallFromAnyThread_Survives)
             const int handle = slot.load();
             ps_pollfd entry = {handle, s_nInOut, 0};
             switch (random() % 10) {
-            case 0: ps_close(slot.exchange((random() % 4 == 0 ? Udp() : Tcp()).Release())); break;
-            case 1: Connect(handle, at); break;
-            case 2: ps_send(handle, room.data(), random() % room.size(), 0); break;
-            case 3: ps_recv(handle, room.data(), room.size(), 0); break;
-            case 4: ps_poll(&entry, 1, static_cast<int>(random() % 2)); break;
+            case 0:
+                ps_close(slot.exchange((random() % 4 == 0 ? Udp() : Tcp()).Release()));
+                break;
+            case 1:
+                Connect(handle, at);
+                break;
+            case 2:
+                ps_send(handle, room.data(), random() % room.size(), 0);
+                break;
+            case 3:
+                ps_recv(handle, room.data(), room.size(), 0);
+                break;
+            case 4:
+                ps_poll(&entry, 1, static_cast<int>(random() % 2));
+                break;
             case 5: {
                 const int accepted = ps_accept(listener.Get(), nullptr, nullptr);
                 ps_socket_nonblock(accepted);
                 ps_close(slot.exchange(accepted));
                 break;
             }
-            case 6: ps_shutdown(handle, random() % 2 ? PS_SHUT_WR : PS_SHUT_RD); break;
-            case 7: SetOption(handle, PS_SOL_SOCKET, PS_SO_RCVBUF, static_cast<int>(random() % 600000)); break;
-            case 8: Waiting(handle); break;
-            default: ps_is_socket_errno(handle); break;
+            case 6:
+                ps_shutdown(handle, random() % 2 ? PS_SHUT_WR : PS_SHUT_RD);
+                break;
+            case 7:
+                SetOption(handle, PS_SOL_SOCKET, PS_SO_RCVBUF, static_cast<int>(random() % 600000));
+                break;
+            case 8:
+                Waiting(handle);
+                break;
+            default:
+                ps_is_socket_errno(handle);
+                break;
             }
         }
     });
@@ -269,7 +287,7 @@ TEST(Threads, WireTakenDown_TrafficOnIt_EverybodyComesBack)
         });
         PassStackTime(round % 4);
         wire.reset();
-        waiter.join();   // the connection has failed
+        waiter.join();  // the connection has failed
         EXPECT_NE(0, Look(pair.m_Server.Get(), 0) & PS_POLLERR);
         stop = true;
         traffic.join();

@@ -14,7 +14,7 @@ namespace
 // datagram that makes it ready; the wait begins a little earlier or later in each round.
 void RaceWaitAgainstEvent(int rounds, int idle)
 {
-    constexpr int delays = 4099;   // turns of an empty loop: some microseconds
+    constexpr int delays = 4099;  // turns of an empty loop: some microseconds
     constexpr int limitMs = 2000;
     std::vector<CSocket> others;
     std::vector<ps_pollfd> entries;
@@ -195,7 +195,7 @@ TEST(Threads, ManyBlockedReaders_OneDatagramSocket_NothingLost)
             ASSERT_EQ(2, SendTo(sender.Get(), CBytes(2), to));
         }
         for (int i = 0; i < readers; ++i) {
-            ASSERT_EQ(1, SendTo(sender.Get(), CBytes(1), to));   // the end for one of them
+            ASSERT_EQ(1, SendTo(sender.Get(), CBytes(1), to));  // the end for one of them
         }
     });
     InThreads(readers, [&](int) {

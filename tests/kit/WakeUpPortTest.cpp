@@ -126,7 +126,7 @@ TEST(WakeUpPort, DatagramPortBound_SecondBind_AddressInUse)
     EXPECT_EQ(0, SetOption(second.Get(), PS_SOL_SOCKET_LINUX, PS_SO_LINUX_REUSEADDR, 1));
     KIT_EXPECT_ERROR(PS_EADDRINUSE, Bind(second.Get(), at));
     const CSocket stream = Tcp();
-    EXPECT_EQ(0, Bind(stream.Get(), at));   // another protocol has ports of its own
+    EXPECT_EQ(0, Bind(stream.Get(), at));  // another protocol has ports of its own
 }
 
 TEST(WakeUpPort, OpenConnectionOnThePort_BindWithReuse_AddressInUse)
@@ -144,7 +144,7 @@ TEST(WakeUpPort, ClosingConnectionOnThePort_Bind_OnlyWithReuse)
     const CAddress at = LocalAddress(listener.Get());
     CPair pair = ConnectedThrough(listener);
     EXPECT_EQ(0, listener.Close());
-    Fill(pair.m_Server.Get(), 8192);   // nobody reads it: the close cannot end
+    Fill(pair.m_Server.Get(), 8192);  // nobody reads it: the close cannot end
     EXPECT_EQ(0, pair.m_Server.Close());
     KIT_EXPECT_ERROR(PS_EADDRINUSE, Bind(SecondWith(at, false).Get(), at));
     const CSocket again = SecondWith(at, true);

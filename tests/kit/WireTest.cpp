@@ -252,7 +252,8 @@ TEST(Wire, QueueFull_Datagrams_LostAndCounted)
 TEST(Wire, Opened_OpenAgain_Already)
 {
     CWire wire;
-    EXPECT_EQ(s_dwAlready, wire.m_Wire.Open(CWire::ConfigA(1400), CWire::ConfigB(1400), ipstack::CIPStackWireSettings()));
+    EXPECT_EQ(s_dwAlready,
+              wire.m_Wire.Open(CWire::ConfigA(1400), CWire::ConfigB(1400), ipstack::CIPStackWireSettings()));
     CPair pair = wire.Connect();
     EXPECT_TRUE(Transfer(pair.m_Client.Get(), pair.m_Server.Get(), 1000));
     wire.m_Wire.Close();
@@ -267,5 +268,5 @@ TEST(Wire, AddressTaken_Open_RefusedAndNothingLeft)
     CLink link("10.20.0.2");
     ipstack::CIPStackWire wire;
     EXPECT_NE(0U, wire.Open(CWire::ConfigA(1400), CWire::ConfigB(1400), ipstack::CIPStackWireSettings()));
-    const CLink first("10.20.0.1");   // the first end is free again
+    const CLink first("10.20.0.1");  // the first end is free again
 }

@@ -10,7 +10,7 @@ using namespace kit;
 namespace
 {
 
-constexpr std::size_t s_dwRecord = 16;   // taken whole or not at all
+constexpr std::size_t s_dwRecord = 16;  // taken whole or not at all
 
 // Reads at most one record, waiting for it.
 long ReadRecord(int handle, unsigned char* room, std::size_t size)
@@ -81,7 +81,7 @@ TEST(Writing, FilledWithRecords_TimePasses_EachStillInOnePiece)
 TEST(Writing, RecordsOfManySizes_ReadOneByOne_EachInOnePiece)
 {
     CPair pair = Connected();
-    std::vector<std::size_t> sizes;   // of what was taken and not read
+    std::vector<std::size_t> sizes;  // of what was taken and not read
     std::size_t next = 0;
     std::size_t sent = 0;
     std::size_t received = 0;
@@ -119,7 +119,8 @@ TEST(Writing, RecordsOfManySizes_TimePasses_EachStillInOnePiece)
         EXPECT_TRUE(ReceivePattern(pair.m_Server.Get(), 0, lead));
         for (std::size_t received = 0; received < sent; received += s_dwRecord) {
             unsigned char room[s_dwRecord];
-            ASSERT_EQ(16, ReadRecord(pair.m_Server.Get(), room, sizeof(room))) << "lead " << lead << ", after " << received;
+            ASSERT_EQ(16, ReadRecord(pair.m_Server.Get(), room, sizeof(room)))
+                << "lead " << lead << ", after " << received;
         }
     }
 }
@@ -144,7 +145,7 @@ TEST(Writing, RecordsFromAnotherThread_ReadOneByOne_EachInOnePiece)
         const long got = ReadRecord(pair.m_Server.Get(), room, sizeof(room));
         EXPECT_EQ(16, got) << "record " << i;
         if (got != 16) {
-            pair.m_Server.Close();   // ends the writer too
+            pair.m_Server.Close();  // ends the writer too
             break;
         }
         EXPECT_EQ(Pattern(i * s_dwRecord, s_dwRecord), CBytes(room, room + s_dwRecord));

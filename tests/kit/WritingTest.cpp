@@ -9,8 +9,8 @@ using namespace kit;
 namespace
 {
 
-constexpr std::size_t s_dwRecord = 16;          // taken whole or not at all
-constexpr std::size_t s_dwUdpMost = 65507;      // 65535 less the IPv4 and UDP headers
+constexpr std::size_t s_dwRecord = 16;      // taken whole or not at all
+constexpr std::size_t s_dwUdpMost = 65507;  // 65535 less the IPv4 and UDP headers
 
 std::vector<ps_iovec> Pieces(CBytes& bytes, std::size_t pieceLength)
 {
@@ -40,7 +40,7 @@ TEST(Writing, NobodyReads_NonBlocking_CountThenZero)
     EXPECT_EQ(0, Look(pair.m_Client.Get(), PS_POLLOUT));
     EXPECT_EQ(0, ps_is_socket_errno(pair.m_Client.Get()));
     EXPECT_TRUE(ReceivePattern(pair.m_Server.Get(), 0, 40000));
-    EXPECT_EQ(PS_POLLOUT, WaitFor(pair.m_Client.Get(), PS_POLLOUT));   // room again, though more is still to go
+    EXPECT_EQ(PS_POLLOUT, WaitFor(pair.m_Client.Get(), PS_POLLOUT));  // room again, though more is still to go
     EXPECT_TRUE(ReceivePattern(pair.m_Server.Get(), 40000, taken - 40000));
     EXPECT_EQ(PS_POLLOUT, WaitFor(pair.m_Client.Get(), PS_POLLOUT));
     EXPECT_GT(SendPattern(pair.m_Client.Get(), taken, 4000), 0);
@@ -76,7 +76,8 @@ TEST(Writing, SmallRecordInPieces_AlmostFull_WholeOrNothing)
         ASSERT_TRUE(taken == 0 || taken == 16) << taken;
         records += taken == 16 ? 1 : 0;
         if (filled > 0) {
-            const long got = ps_recv(pair.m_Server.Get(), room.data(), std::min<std::size_t>(filled, round % 29 + 1), 0);
+            const long got =
+                ps_recv(pair.m_Server.Get(), room.data(), std::min<std::size_t>(filled, round % 29 + 1), 0);
             ASSERT_GT(got, 0);
             filled -= static_cast<std::size_t>(got);
         }
@@ -229,8 +230,8 @@ TEST(Writing, DatagramTooLong_Sent_MessageTooLong)
 {
     const CSocket udp = BoundUdp();
     const CAddress own = LocalAddress(udp.Get());
-    for (const std::size_t length : {s_dwUdpMost + 1, std::size_t{65535}, std::size_t{65536}, std::size_t{65540},
-                                     std::size_t{131072 + 10}}) {
+    for (const std::size_t length :
+         {s_dwUdpMost + 1, std::size_t{65535}, std::size_t{65536}, std::size_t{65540}, std::size_t{131072 + 10}}) {
         KIT_EXPECT_ERROR(PS_EMSGSIZE, SendTo(udp.Get(), CBytes(length), own));
     }
     EXPECT_EQ(0, Connect(udp.Get(), own));
@@ -244,7 +245,7 @@ TEST(Writing, DatagramTooLong_Sent_MessageTooLong)
 TEST(Writing, RawMessageTooLong_Sent_MessageTooLong)
 {
     const CSocket raw = Raw(253);
-    constexpr std::size_t most = 65515;   // 65535 less the IPv4 header
+    constexpr std::size_t most = 65515;  // 65535 less the IPv4 header
     EXPECT_EQ(static_cast<long>(most), SendTo(raw.Get(), CBytes(most), CAddress::Loopback()));
     KIT_EXPECT_ERROR(PS_EMSGSIZE, SendTo(raw.Get(), CBytes(most + 1), CAddress::Loopback()));
     KIT_EXPECT_ERROR(PS_EMSGSIZE, SendTo(raw.Get(), CBytes(65536 + 100), CAddress::Loopback()));
