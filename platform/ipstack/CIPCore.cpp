@@ -99,7 +99,15 @@ void CIPCore::WakeTimerThread() noexcept
 
 void CIPCore::AddOutput(CIPLink* link)
 {
-    m_Outputs.push_back(link);
+    m_Outputs.Add(link);
+}
+
+void CIPCore::LeaveOutput(CIPLink* link)
+{
+    CIPCoreGuard guard;
+    CIPCounters::Add(CIPCounters::DrainLimit);
+    m_LeftOutputs.Add(link);
+    WakeTimerThread();
 }
 
 void CIPCore::NoteFragment()
@@ -157,23 +165,19 @@ void CIPCore::Lock()
 void CIPCore::Unlock()
 {
     CIPTcpEnd::FreeDead();
-    if (m_Wakes.IsEmpty() && m_Outputs.empty()) {
+    if (m_Wakes.IsEmpty() && m_Outputs.IsEmpty()) {
         t_bHeld = false;
         m_Mutex.unlock();
     } else {
         CIPWakeList wakes;
         m_Wakes.MoveTo(wakes);
-        std::vector<CIPLink*> outputs;
-        outputs.swap(m_Outputs);
-        for (CIPLink* link : outputs) {
-            link->m_bListed = false;
-        }
+        CIPShortList<CIPLink> outputs;
+        m_Outputs.MoveTo(outputs);
+        outputs.ForEach([](CIPLink& link) { link.m_bListed = false; });
         t_bHeld = false;
         m_Mutex.unlock();
-        wakes.Signal();
-        for (CIPLink* link : outputs) {
-            link->SendQueued();
-        }
+        wakes.ForEach([](mantle::CMNWaiter& waiter) { waiter.Signal(); });
+        outputs.ForEach([](CIPLink& link) { link.SendQueued(); });
     }
     CIPAssertion::TracePending();
 }

@@ -5,10 +5,10 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
-#include <vector>
 
+#include "CIPReadiness.h"
+#include "CIPShortList.h"
 #include "CIPTimerSource.h"
-#include "CIPWakeList.h"
 
 struct pbuf;
 
@@ -54,6 +54,9 @@ public:
     // Has `link` send what its queue holds once the lock is given up. State: the core lock is held.
     void AddOutput(CIPLink* link);
 
+    // Leaves what `link` has still to send to the stack's own thread. Thread: any, the core lock not held.
+    void LeaveOutput(CIPLink* link);
+
     // Tells that a fragment may have been taken in: reassembly needs its timer for a while. State: the core lock
     // is held.
     void NoteFragment();
@@ -90,7 +93,8 @@ private:
     std::atomic<bool> m_bStarted{false};
 
     CIPWakeList m_Wakes;
-    std::vector<CIPLink*> m_Outputs;
+    CIPShortList<CIPLink> m_Outputs;
+    CIPShortList<CIPLink> m_LeftOutputs;        // left to the stack's own thread
     long long m_llTcpDeadline = CIPTimerSource::NoDeadline;
     long long m_llReassDeadline = CIPTimerSource::NoDeadline;
     unsigned int m_dwReassTicks = 0;            // ticks that reassembly still gets

@@ -201,7 +201,7 @@ void CIPLink::SendQueued()
         }
         m_bSending = true;
     }
-    for (;;) {
+    for (unsigned int count = 0;; ++count) {
         pbuf* packet;
         {
             Guard guard(m_Mutex);
@@ -218,6 +218,15 @@ void CIPLink::SendQueued()
         CIPCounters::Add(CIPCounters::LinkOutBytes, packet->len);
         m_LowLevel.IPStackLowLevelOutput(static_cast<const char*>(packet->payload), packet->len, 0);
         pbuf_free(packet);
+        if (count + 1 == CIPCore::s_dwDrainLimit) {
+            // Others keep the queue filled: this call has done its share. Still counted as inside.
+            {
+                Guard guard(m_Mutex);
+                m_bSending = false;
+            }
+            CIPCore::Instance().LeaveOutput(this);
+            return;
+        }
     }
     m_dwInside.fetch_sub(1);
 }

@@ -8,12 +8,15 @@
 #include <mutex>
 #include <vector>
 
-#include "CIPWakeList.h"
+#include "CIPShortList.h"
 #include "mantle/CMNMutexThread.h"
 #include "mantle/CMNWaiter.h"
 
 namespace ipstack
 {
+
+// Waiters to be signalled.
+using CIPWakeList = CIPShortList<mantle::CMNWaiter>;
 
 // A thread that waits, or has waited. Never freed.
 class CIPWaiterRecord

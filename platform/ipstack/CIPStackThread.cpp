@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "CIPCore.h"
+#include "CIPLink.h"
 #include "mantle/CMNClock.h"
 
 namespace ipstack
@@ -106,12 +107,15 @@ void CIPStackThread::Run()
         const long long now = mantle::CMNClock::NowUs();
         bool drain;
         long long coreDeadline;
+        CIPShortList<CIPLink> outputs;
         {
             CIPCoreGuard guard;
             drain = m_Core.m_bDrainLeft;
             m_Core.m_bDrainLeft = false;
             coreDeadline = m_Core.NextDeadline();
+            m_Core.m_LeftOutputs.MoveTo(outputs);
         }
+        outputs.ForEach([](CIPLink& link) { link.SendQueued(); });
         long long deadline = coreDeadline;
         CIPTimerSource* source = FindEarliest(deadline);
         if (deadline <= now) {

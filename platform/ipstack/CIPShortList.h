@@ -1,0 +1,65 @@
+// A list that is nearly always short.
+#ifndef IPSTACK_CIPSHORTLIST_H
+#define IPSTACK_CIPSHORTLIST_H
+
+#include <cstddef>
+#include <vector>
+
+namespace ipstack
+{
+
+// Pointers collected under a lock and worked off after it. The first few need no memory; of those each is in the
+// list once, of the others at least once.
+template <class T>
+class CIPShortList
+{
+public:
+    void Add(T* item)
+    {
+        for (std::size_t i = 0; i < m_nCount; ++i) {
+            if (m_Few[i] == item) {
+                return;
+            }
+        }
+        if (m_nCount < s_nRoom) {
+            m_Few[m_nCount++] = item;
+        } else {
+            m_More.push_back(item);
+        }
+    }
+
+    bool IsEmpty() const noexcept { return m_nCount == 0; }
+
+    // Moves the contents to `target`, which must be empty.
+    void MoveTo(CIPShortList& target) noexcept
+    {
+        for (std::size_t i = 0; i < m_nCount; ++i) {
+            target.m_Few[i] = m_Few[i];
+        }
+        target.m_nCount = m_nCount;
+        target.m_More.swap(m_More);
+        m_nCount = 0;
+    }
+
+    template <class Operation>
+    void ForEach(Operation operation) const
+    {
+        for (std::size_t i = 0; i < m_nCount; ++i) {
+            operation(*m_Few[i]);
+        }
+        for (T* item : m_More) {
+            operation(*item);
+        }
+    }
+
+private:
+    static constexpr std::size_t s_nRoom = 8;
+
+    std::size_t m_nCount = 0;
+    T* m_Few[s_nRoom];
+    std::vector<T*> m_More;
+};
+
+}  // namespace ipstack
+
+#endif
