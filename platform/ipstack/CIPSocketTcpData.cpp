@@ -21,10 +21,9 @@ constexpr u16_t s_wWritableQueue = TCP_SND_QUEUELEN / 4 * 3;
 
 constexpr std::size_t s_nWriteMost = 0xFFFF;   // lwIP's lengths have 16 bits
 
-// The promise of the handshake has 16 bits, and windows that are scaled come in steps of 16 bytes.
-constexpr std::uint32_t s_dwStep = 1u << TCP_RCV_SCALE;
+// The promise of the handshake has 16 bits, and windows that are scaled come in steps of this.
 constexpr std::uint32_t s_dwPromised = 0xFFFF;
-constexpr std::uint32_t s_dwPromisedInSteps = s_dwPromised / s_dwStep * s_dwStep;
+constexpr std::uint32_t s_dwStep = 1u << TCP_RCV_SCALE;
 
 }  // namespace
 
@@ -137,6 +136,7 @@ long CIPSocketTcp::Write(const ps_iovec* pieces, unsigned long count, unsigned l
     }
     if (done != 0) {
         tcp_output(pcb);
+        m_pEnd->NoteUnsent();
     }
     UpdateOut(pcb);
     return done;
@@ -248,23 +248,16 @@ std::uint32_t CIPSocketTcp::GetWindow(const tcp_pcb* pcb) const noexcept
     const auto limit = static_cast<std::uint32_t>(m_nReceiveLimit.load());
     // With less than two segments of window lwIP's sender waits for its persist timer.
     const std::uint32_t window = std::max<std::uint32_t>(limit, 2u * pcb->mss);
-    return std::min<std::uint32_t>(window, TCP_WND_MAX(pcb)) / s_dwStep * s_dwStep;
+    return std::min<std::uint32_t>(window, TCP_WND_MAX(pcb));
 }
 
 void CIPSocketTcp::StartWindow(tcp_pcb* pcb, bool accepted) noexcept
 {
-    std::uint32_t promised = s_dwPromised;
-    if (CIPAddress::IsOwn(pcb->remote_ip)) {
-        // Both ends are here and count in whole steps from the beginning: a window never ends inside a record of
-        // 16 bytes, of which a probe of a closed window would then carry a part.
-        promised = s_dwPromisedInSteps;
-        pcb->snd_wnd = std::min<tcpwnd_size_t>(pcb->snd_wnd, s_dwPromisedInSteps);
-    }
     m_dwWindow = GetWindow(pcb);
-    const std::uint32_t start = std::max(m_dwWindow, promised);
+    const std::uint32_t start = std::max(m_dwWindow, s_dwPromised);
     pcb->rcv_wnd = pcb->rcv_ann_wnd = start;
     if (accepted) {
-        pcb->rcv_ann_right_edge = pcb->rcv_nxt + promised;   // what the answer to the request has announced
+        pcb->rcv_ann_right_edge = pcb->rcv_nxt + s_dwPromised;   // what the answer to the request has announced
     }
     m_dwHeldBack = start - m_dwWindow;
     m_dwCreditStep.store(std::min<std::uint32_t>(m_dwWindow / 2, 2u * pcb->mss));
@@ -289,11 +282,6 @@ void CIPSocketTcp::Credit(tcp_pcb* pcb, bool announce) noexcept
     const std::uint32_t held = std::min(amount, m_dwHeldBack);
     m_dwHeldBack -= held;
     amount -= held;
-    // Whole steps only, so that the window's end stays where it was counted from.
-    if (const std::uint32_t rest = amount % s_dwStep) {
-        amount -= rest;
-        m_dwUncredited.fetch_add(rest);
-    }
     pcb->rcv_wnd = std::min<tcpwnd_size_t>(pcb->rcv_wnd + amount, TCP_WND_MAX(pcb));
     if (!announce) {
         tcp_update_rcv_ann_wnd(pcb);

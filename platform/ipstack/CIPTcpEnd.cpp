@@ -20,6 +20,9 @@ constexpr u32_t s_dwOrphanTicks = CIPTcpEnd::s_dwOrphanSeconds * s_dwTicksPerSec
 // Connections in TIME_WAIT over a wire between two links stay this long, for a last segment on its way.
 constexpr u32_t s_dwWireTicks = 2 * s_dwTicksPerSecond;
 
+// Slow ticks between window probes; the last goes on.
+constexpr u16_t s_ProbeTicks[] = {3, 6, 12, 24, 48, 96, 120};
+
 u32_t GetUnsent(const tcp_pcb* pcb) noexcept
 {
     return TCP_SND_BUF - pcb->snd_buf;
@@ -68,6 +71,62 @@ void CIPTcpEnd::Adopt(CIPSocketTcp* socket) noexcept
     tcp_sent(m_pPcb, OnSent);
     tcp_err(m_pPcb, OnError);
     m_pPcb->connected = OnConnected;
+    m_bPeerOwn = CIPAddress::IsOwn(m_pPcb->remote_ip);
+}
+
+std::vector<CIPTcpEnd*>& CIPTcpEnd::Unsent()
+{
+    static auto* unsent = new std::vector<CIPTcpEnd*>;
+    return *unsent;
+}
+
+void CIPTcpEnd::NoteUnsent()
+{
+    if (m_nUnsent == s_nNone && m_bPeerOwn && m_pPcb && m_pPcb->unsent) {
+        m_nUnsent = Unsent().size();
+        Unsent().push_back(this);
+        m_cProbes = 0;
+        m_wProbeTicks = 0;
+    }
+}
+
+void CIPTcpEnd::ForgetUnsent() noexcept
+{
+    if (m_nUnsent != s_nNone) {
+        std::vector<CIPTcpEnd*>& unsent = Unsent();
+        unsent[m_nUnsent] = unsent.back();
+        unsent[m_nUnsent]->m_nUnsent = m_nUnsent;
+        unsent.pop_back();
+        m_nUnsent = s_nNone;
+    }
+}
+
+void CIPTcpEnd::ProbeWindows()
+{
+    std::vector<CIPTcpEnd*>& unsent = Unsent();
+    for (std::size_t i = unsent.size(); i-- > 0;) {
+        CIPTcpEnd& end = *unsent[i];
+        tcp_pcb* pcb = end.m_pPcb;
+        if (!pcb->unsent) {
+            end.ForgetUnsent();
+        } else if (pcb->persist_backoff == 0) {
+            end.m_cProbes = 0;
+            end.m_wProbeTicks = 0;
+        } else {
+            // lwIP's timer stands still at its beginning. Once the reader has made room the peer opens its window
+            // for a whole segment.
+            pcb->persist_backoff = 1;
+            pcb->persist_cnt = 0;
+            if (++end.m_wProbeTicks >= s_ProbeTicks[end.m_cProbes]) {
+                end.m_wProbeTicks = 0;
+                if (end.m_cProbes + 1u < sizeof(s_ProbeTicks) / sizeof(s_ProbeTicks[0])) {
+                    ++end.m_cProbes;
+                }
+                ++pcb->persist_probe;   // nothing from the peer for TCP_MAXRTX of them: lwIP gives up
+                tcp_keepalive(pcb);     // no byte of data: the answer tells the window
+            }
+        }
+    }
 }
 
 void CIPTcpEnd::Orphan(CIPPortTable::CHold&& hold) noexcept
@@ -106,6 +165,7 @@ void CIPTcpEnd::SendFin(tcp_pcb* pcb) noexcept
     if (tcp_enqueue_flags(pcb, TCP_FIN) == ERR_OK) {
         pcb->state = pcb->state == ESTABLISHED ? FIN_WAIT_1 : LAST_ACK;
         tcp_output(pcb);
+        static_cast<CIPTcpEnd*>(tcp_ext_arg_get(pcb, s_cExtArg))->NoteUnsent();
     } else {
         tcp_shutdown(pcb, 0, 1);   // no memory: lwIP tries again on its timer
     }
@@ -133,6 +193,7 @@ void CIPTcpEnd::AbortOrphan() noexcept
 
 void CIPTcpEnd::OnSlowTick()
 {
+    ProbeWindows();
     while (s_Orphans.m_pFirst && tcp_ticks - s_Orphans.m_pFirst->m_dwProgress > s_dwOrphanTicks) {
         s_Orphans.m_pFirst->AbortOrphan();
     }
@@ -220,6 +281,8 @@ err_t CIPTcpEnd::OnSent(void* arg, tcp_pcb* pcb, u16_t)
     if (!pcb->unsent) {
         // lwIP leaves the persist timer running when a probe's byte was the last one.
         pcb->persist_backoff = 0;
+    } else {
+        end->NoteUnsent();
     }
     if (end->m_pSocket) {
         end->m_pSocket->OnSent(pcb);
@@ -235,6 +298,7 @@ err_t CIPTcpEnd::OnSent(void* arg, tcp_pcb* pcb, u16_t)
 err_t CIPTcpEnd::OnConnected(void* arg, tcp_pcb* pcb, err_t)
 {
     auto* end = static_cast<CIPTcpEnd*>(arg);
+    end->m_bPeerOwn = CIPAddress::IsOwn(pcb->remote_ip);
     if (end->m_pSocket) {
         end->m_pSocket->OnConnected(pcb);
     }
@@ -245,6 +309,7 @@ void CIPTcpEnd::OnError(void* arg, err_t error)
 {
     auto* end = static_cast<CIPTcpEnd*>(arg);
     end->m_pPcb = nullptr;
+    end->ForgetUnsent();
     if (end->m_pSocket) {
         end->m_pSocket->OnFailed(error, s_nAbortReason);
     }
@@ -255,6 +320,7 @@ void CIPTcpEnd::OnDestroyed(u8_t, void* data)
     auto* end = static_cast<CIPTcpEnd*>(data);
     end->m_pPcb = nullptr;
     end->m_Hold.Release();
+    end->ForgetUnsent();
     if (end->m_bOrphan) {
         s_Orphans.Remove(*end);
         end->m_bOrphan = false;

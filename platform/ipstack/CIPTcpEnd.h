@@ -2,6 +2,9 @@
 #ifndef IPSTACK_CIPTCPEND_H
 #define IPSTACK_CIPTCPEND_H
 
+#include <cstddef>
+#include <vector>
+
 #include "CIPPortTable.h"
 #include "lwip/tcp.h"
 
@@ -60,6 +63,11 @@ public:
     // last segment of data with it, and when its persist timer cuts that segment in two, both parts keep the mark.
     static void SendFin(tcp_pcb* pcb) noexcept;
 
+    // Notes that data waits to be sent, after each try to send: connections whose peer is this stack too get their
+    // window probes from OnSlowTick. lwIP's own probes would carry a byte, or a piece of a segment that was cut for
+    // the window's rest, so that a small write might arrive in two parts.
+    void NoteUnsent();
+
     // Whether both ends are one address of this stack, or loopback: nothing is lost or late between them.
     static bool IsInside(const tcp_pcb* pcb) noexcept;
 
@@ -100,6 +108,8 @@ private:
     static void FreeDeadOnes() noexcept;
     static const tcp_ext_arg_callbacks s_Callbacks;
 
+    static void ProbeWindows();
+    void ForgetUnsent() noexcept;
     err_t Discard(tcp_pcb* pcb, pbuf* packet) noexcept;
     void AbortOrphan() noexcept;
 
@@ -111,7 +121,14 @@ private:
     CIPTcpEnd* m_pNext = nullptr;      // in s_Orphans, then in the list of the dead
     bool m_bOrphan = false;            // in s_Orphans
     u32_t m_dwProgress = 0;            // an orphan's last progress, in slow ticks
+    bool m_bPeerOwn = false;           // the peer is this stack too
+    u8_t m_cProbes = 0;                // sent without the window having opened
+    u16_t m_wProbeTicks = 0;           // since the last of them, or since the window closed
+    std::size_t m_nUnsent = s_nNone;   // place in the list of those with unsent data
 
+    static constexpr std::size_t s_nNone = ~std::size_t{0};
+
+    static std::vector<CIPTcpEnd*>& Unsent();
     static CList s_Orphans;
     static CIPTcpEnd* s_pDead;
     static int s_nAbortReason;
