@@ -13,6 +13,7 @@ namespace
 std::vector<CSocket> ConnectMany(const CAddress& to, int count)
 {
     std::vector<CSocket> clients;
+    clients.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
         clients.push_back(Tcp());
         EXPECT_EQ(0, Connect(clients.back().Get(), to)) << i << ", cause " << get_pserrno();

@@ -79,6 +79,7 @@ TEST(Handles, Fresh_ManySockets_AllFromOneUpAndDifferent)
 {
     const std::vector<CSocket> open = OpenSockets(1000);
     std::vector<int> numbers;
+    numbers.reserve(open.size());
     for (const CSocket& one : open) {
         EXPECT_GE(one.Get(), 1);
         numbers.push_back(one.Get());

@@ -364,6 +364,7 @@ CBytes ReceiveToEnd(int handle, int& end)
 void InThreads(int count, const std::function<void(int)>& run)
 {
     std::vector<std::thread> threads;
+    threads.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
         threads.emplace_back(run, i);
     }

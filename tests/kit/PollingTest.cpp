@@ -233,7 +233,9 @@ TEST(Polling, MoreThanEightThousandEntries_LastReady_Found)
 {
     CPair pair = Connected();
     std::vector<CSocket> sockets;
+    sockets.reserve(8000);
     std::vector<ps_pollfd> entries;
+    entries.reserve(8193);
     for (int i = 0; i < 8000; ++i) {
         sockets.push_back(Udp());
         entries.push_back({sockets.back().Get(), PS_POLLIN, 77});
@@ -261,7 +263,9 @@ TEST(Polling, EightThousandIdleEntries_OneLook_CheapEach)
 {
     constexpr std::size_t count = 8192;
     std::vector<CSocket> sockets;
+    sockets.reserve(count);
     std::vector<ps_pollfd> entries;
+    entries.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
         sockets.push_back(Udp());
         entries.push_back({sockets.back().Get(), PS_POLLIN, 0});

@@ -89,6 +89,7 @@ TEST(RawAndIcmp, OwnLinkAddress_Pinged_Answered)
 TEST(RawAndIcmp, SeveralRawSockets_OnePacket_EachItsCopyWithHeader)
 {
     std::vector<CSocket> sockets;
+    sockets.reserve(5);
     for (int i = 0; i < 5; ++i) {
         sockets.push_back(Raw(s_nProtocol));
     }

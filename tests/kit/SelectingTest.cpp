@@ -200,6 +200,7 @@ TEST(Selecting, FullLists_AllReady_AllAnswered)
 {
     const CSocket sender = BoundUdp();
     std::vector<CSocket> sockets;
+    sockets.reserve(PS_FD_SETSIZE);
     const auto in = std::make_unique<ps_fdsets>();
     const auto out = std::make_unique<ps_fdsets>();
     for (int i = 0; i < PS_FD_SETSIZE; ++i) {
@@ -210,6 +211,7 @@ TEST(Selecting, FullLists_AllReady_AllAnswered)
         EXPECT_TRUE(Arrived(sockets.back().Get(), 1));
     }
     std::vector<CPair> pairs;
+    pairs.reserve(PS_FD_SETSIZE / 2);
     const CSocket listener = Listener(CAddress::Loopback(), 600);
     for (int i = 0; i < PS_FD_SETSIZE / 2; ++i) {
         pairs.push_back(ConnectedThrough(listener));

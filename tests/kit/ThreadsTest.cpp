@@ -92,6 +92,7 @@ TEST(Threads, OneListener_AllAccept_EachConnectionOnce)
     const CSocket listener = Listener(CAddress::Loopback(), 1024);
     const CAddress at = LocalAddress(listener.Get());
     std::vector<CSocket> clients;
+    clients.reserve(connections);
     std::set<unsigned int> expected;
     for (int i = 0; i < connections; ++i) {
         clients.push_back(Tcp());

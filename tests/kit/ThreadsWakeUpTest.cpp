@@ -17,7 +17,9 @@ void RaceWaitAgainstEvent(int rounds, int idle)
     constexpr int delays = 4099;  // turns of an empty loop: some microseconds
     constexpr int limitMs = 2000;
     std::vector<CSocket> others;
+    others.reserve(static_cast<std::size_t>(idle));
     std::vector<ps_pollfd> entries;
+    entries.reserve(static_cast<std::size_t>(idle) + 1);
     for (int i = 0; i < idle; ++i) {
         others.push_back(Udp());
         entries.push_back({others.back().Get(), PS_POLLIN, 0});
@@ -99,6 +101,7 @@ TEST(Threads, ManySocketsTwoSendersThreePollers_OverlappingSets_NothingLost)
     constexpr int sockets = 48;
     constexpr int rounds = 6000;
     std::vector<CPair> pairs;
+    pairs.reserve(sockets);
     const CSocket listener = Listener(CAddress::Loopback(), 64);
     for (int i = 0; i < sockets; ++i) {
         pairs.push_back(ConnectedThrough(listener));

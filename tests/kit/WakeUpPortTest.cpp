@@ -15,6 +15,7 @@ int WhoGetsIt(const std::vector<CSocket>& listeners)
     EXPECT_EQ(0, Connect(client.Get(), CAddress::Loopback(s_dwWakeUpPort)));
     EXPECT_EQ(PS_POLLOUT, WaitFor(client.Get(), PS_POLLOUT));
     std::vector<ps_pollfd> entries;
+    entries.reserve(listeners.size());
     for (const CSocket& listener : listeners) {
         entries.push_back({listener.Get(), PS_POLLIN, 0});
     }
@@ -72,6 +73,7 @@ TEST(WakeUpPort, ManyListenersAndConnections_OpenedAndClosed_AllWork)
 {
     // Each as a reactor's pipe does it: listen, connect, accept, the listener closes.
     std::vector<CPair> pipes;
+    pipes.reserve(200);
     for (int i = 0; i < 200; ++i) {
         pipes.push_back(Connected(CAddress::Loopback(s_dwWakeUpPort)));
     }
