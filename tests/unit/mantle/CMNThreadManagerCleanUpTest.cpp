@@ -292,6 +292,7 @@ TEST_F(CMNThreadManagerCleanUpTest, CalledInACallback_Returns_ObjectsAliveAndThe
             CMNThreadUser* self = CMNThreadUser::AdoptCurrentThread();
             self->PostEvent(new CTestEvent([self] {
                 Manager()->CleanUp();
+                Require(!Manager()->HasDestroyedObjects(), "objects destroyed");
                 Say("back");
                 self->Stop();
             }));
@@ -300,6 +301,21 @@ TEST_F(CMNThreadManagerCleanUpTest, CalledInACallback_Returns_ObjectsAliveAndThe
             std::exit(0);
         },
         ExitedWithCode(0), Said("^back;left;$"));
+}
+
+TEST_F(CMNThreadManagerCleanUpTest, ThreadEndedByItself_MainReturns_NothingOfItIsLeft)
+{
+    EXPECT_EXIT(
+        {
+            Begin();
+            CMNEventThread ended(1, 0);
+            auto* thread = new CTestThread([&ended] { ended.Signal(); });
+            thread->Create(100);
+            ended.Wait();
+            new CNamed("a");
+            std::exit(0);
+        },
+        ExitedWithCode(0), Said("^object a;$"));
 }
 
 TEST_F(CMNThreadManagerCleanUpTest, CalledTwice_SecondTime_NothingHappens)
@@ -366,6 +382,7 @@ TEST_F(CMNThreadManagerCleanUpTest, OverAndDone_LateCalls_RefusedOrNull)
             Require(CMNSingletonT<CSingle>::Instance() != nullptr, "no singleton");
             Manager()->CleanUp();
             Require(Manager()->IsCleaningUp(), "not cleaning up");
+            Require(Manager()->HasDestroyedObjects(), "objects not destroyed");
             Require(CMNSingletonT<CSingle>::Instance() == nullptr, "singleton still there");
             Require(Manager()->GetSingletonMutex() == nullptr, "singleton mutex still there");
             Require(Manager()->GetThread(CMNThreadManager::TT_CURRENT) == nullptr, "current thread");
