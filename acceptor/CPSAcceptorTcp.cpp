@@ -21,7 +21,7 @@ MNResult CPSAcceptorTcp::StartListen(IPSAcceptorConnectorSink* sink, const CMNIn
     if (!sink)
         return MN_ERROR_INVALID_ARG;
     m_pSink = sink;
-    if (Listen_i(localAddr) && m_pReactor->RegisterHandler(this, ACCEPT_MASK) == MN_OK)
+    if (Listen_i(localAddr) && CPSReactorBase::RegisterHandlerIfAlive(m_pReactor, this, ACCEPT_MASK) == MN_OK)
         return MN_OK;
     StopListen(static_cast<long>(MN_ERROR_FAILURE));
     return MN_ERROR_FAILURE;

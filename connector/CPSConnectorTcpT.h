@@ -66,7 +66,7 @@ public:
         const int opened = m_LocalAddr == CMNInetAddr::s_InetAddrAny ? socket.Open(0) : socket.Open(0, m_LocalAddr);
         if (opened != 0 || socket.Enable(Socket::s_nNonBlock) == -1)
             return PS_CONNECT_FAILED;
-        if (m_pReactor->RegisterHandler(this, CONNECT_MASK) != MN_OK)
+        if (CPSReactorBase::RegisterHandlerIfAlive(m_pReactor, this, CONNECT_MASK) != MN_OK)
             return PS_CONNECT_FAILED;
         if (ps_connect(socket.GetHandle(), PSStackAddress(m_PeerAddr), m_PeerAddr.GetSize()) == -1)
             return PS_CONNECT_FAILED;

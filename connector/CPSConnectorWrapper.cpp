@@ -50,7 +50,7 @@ MNResult CPSConnectorWrapper::AsycConnect(IPSAcceptorConnectorSink* sink, const 
                                           CMNTimeValue* timeout, CMNInetAddr* localAddr, unsigned short number1,
                                           unsigned short number2)
 {
-    if (!m_pReactor)
+    if (!CPSReactorBase::IsAlive(m_pReactor))
         return MN_ERROR_NOT_INITIALIZED;
     if (m_dwClosed == 0)
         m_pReactor->CancelTimer(this);  // the superseded attempt's time-out must not end this one

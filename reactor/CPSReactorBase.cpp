@@ -11,18 +11,6 @@ using mantle::CMNTimerQueueOrderedList;
 namespace uxport
 {
 
-namespace
-{
-
-// The clean-up destroys reactors with the other shared objects. One that runs in a callback leaves them, and the loop
-// goes on.
-bool IsAlive(const IPSReactor* reactor)
-{
-    return reactor && !CMNThreadManager::Instance()->HasDestroyedObjects();
-}
-
-}  // namespace
-
 CPSReactorBase::~CPSReactorBase() = default;
 
 MNResult CPSReactorBase::PostEvent(IMNEvent* event, IMNEventQueue::EPriority priority)
@@ -117,6 +105,18 @@ MNResult CPSReactorBase::RemoveHandleWithoutFinding_i(int handle, const CElement
     return MN_OK;
 }
 
+// The clean-up destroys reactors with the other shared objects. One that runs in a callback leaves them, and the loop
+// goes on.
+bool CPSReactorBase::IsAlive(const IPSReactor* reactor)
+{
+    return reactor && !CMNThreadManager::Instance()->HasDestroyedObjects();
+}
+
+MNResult CPSReactorBase::RegisterHandlerIfAlive(IPSReactor* reactor, IPSEventHandler* handler, long mask)
+{
+    return IsAlive(reactor) ? reactor->RegisterHandler(handler, mask) : MN_ERROR_NOT_INITIALIZED;
+}
+
 MNResult CPSReactorBase::RemoveHandlerIfAlive(IPSReactor* reactor, IPSEventHandler* handler, long mask)
 {
     return IsAlive(reactor) ? reactor->RemoveHandler(handler, mask) : MN_OK;
@@ -129,6 +129,8 @@ MNResult CPSReactorBase::CancelTimerIfAlive(IPSReactor* reactor, IMNTimerHandler
 
 void CPSReactorBase::ForgetHandler(IPSReactor* reactor, const IPSEventHandler* handler)
 {
+    if (!IsAlive(reactor))
+        return;
     if (auto* base = dynamic_cast<CPSReactorBase*>(reactor))
         base->m_Repository.UnBindHandler(handler->GetHandle(), handler);
 }

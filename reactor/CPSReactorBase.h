@@ -59,12 +59,16 @@ public:
     // Whether the calling thread is the one that the reactor is bound to. Thread: any.
     bool IsReactorThread() const;
 
-    // As RemoveHandler and CancelTimer, for objects that may outlive the reactors: without one, and once the
-    // clean-up at the end of the process has destroyed them, they do nothing and return 0.
+    // Whether there is a reactor and the clean-up at the end of the process has not destroyed it. Thread: any.
+    static bool IsAlive(const IPSReactor* reactor);
+
+    // As the operations of these names, for objects that may outlive the reactors: on one that is not alive they do
+    // nothing; the first returns 10002, the others 0.
+    static MNResult RegisterHandlerIfAlive(IPSReactor* reactor, IPSEventHandler* handler, long mask);
     static MNResult RemoveHandlerIfAlive(IPSReactor* reactor, IPSEventHandler* handler, long mask);
     static MNResult CancelTimerIfAlive(IPSReactor* reactor, IMNTimerHandler* handler);
 
-    // Takes a handler that is about to forget its handle out of the table. Thread: any.
+    // Takes a handler that is about to forget its handle out of the table, if the reactor is alive. Thread: any.
     static void ForgetHandler(IPSReactor* reactor, const IPSEventHandler* handler);
 
 protected:

@@ -2,8 +2,8 @@
 
 #include "ipstack/ps_socket.h"
 #include "mantle/CMNMessageBlock.h"
+#include "reactor/CPSReactorBase.h"
 #include "transport/PSTransportOptions.h"
-#include "uxport/IPSReactor.h"
 #include "uxport/IPSTransportSink.h"
 
 namespace uxport
@@ -22,7 +22,7 @@ MNResult CPSTransportTcp::Open_t()
         return MN_ERROR_FAILURE;
     m_Socket.GetLocalAddr(m_LocalAddr);
     m_Socket.GetRemoteAddr(m_PeerAddr);
-    const MNResult result = m_pReactor->RegisterHandler(this, READ_MASK);
+    const MNResult result = CPSReactorBase::RegisterHandlerIfAlive(m_pReactor, this, READ_MASK);
     return result == MN_ERROR_FOUND ? MN_OK : result;
 }
 
@@ -66,7 +66,7 @@ MNResult CPSTransportTcp::SendData(CMNMessageBlock& data, CPSTransportParameter*
             return MN_OK;
     }
     m_lOwesOnSend.store(1);
-    m_pReactor->RegisterHandler(this, READ_MASK | WRITE_MASK);
+    CPSReactorBase::RegisterHandlerIfAlive(m_pReactor, this, READ_MASK | WRITE_MASK);
     return MN_ERROR_PARTIAL_DATA;
 }
 
@@ -91,7 +91,7 @@ int CPSTransportTcp::OnInput(int)
 
 int CPSTransportTcp::OnOutput(int)
 {
-    m_pReactor->RegisterHandler(this, READ_MASK);
+    CPSReactorBase::RegisterHandlerIfAlive(m_pReactor, this, READ_MASK);
     if (m_lOwesOnSend.exchange(0) == 1 && m_pSink)
         m_pSink->OnSend(this, nullptr);
     return 0;
