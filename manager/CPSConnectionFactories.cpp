@@ -2,24 +2,41 @@
 #include "acceptor/CPSAcceptorTcp.h"
 #include "connector/CPSConnectorWrapper.h"
 #include "manager/CPSConnectionManager.h"
-#include "mantle/CMNThreadManager.h"
+#include "mantle/CMNThread.h"
+#include "proxy/CPSAcceptorThreadProxy.h"
+#include "proxy/CPSConnectorThreadProxy.h"
 
+using mantle::CMNThread;
 using mantle::CMNThreadManager;
 
 namespace uxport
 {
 
-MNResult CPSConnectionManager::CheckCaller_i()
+template <class Proxy, class Interface>
+MNResult CPSConnectionManager::Create_i(unsigned long connectionType, Interface*& out,
+                                        MNResult (CPSConnectionManager::*direct)(unsigned long, Interface*&))
 {
-    if (!m_pReactor.load() || !CMNThreadManager::Instance()->GetThread(CMNThreadManager::TT_CURRENT))
+    IPSReactor* reactor = m_pReactor.load();
+    if (!reactor)
         return MN_ERROR_FAILURE;
-    return IsNetworkThread(CMNThreadManager::GetThreadSelfId()) ? MN_OK : MN_ERROR_NOT_IMPLEMENTED;
+    CMNThread* threadUser = CMNThreadManager::Instance()->GetThread(CMNThreadManager::TT_CURRENT);
+    if (!threadUser)
+        return MN_ERROR_FAILURE;
+    if (IsNetworkThread(CMNThreadManager::GetThreadSelfId()))
+        return (this->*direct)(connectionType, out);
+    out = new Proxy(connectionType, reactor, threadUser);
+    out->AddReference();
+    return MN_OK;
 }
 
 MNResult CPSConnectionManager::CreateConnectionServer(unsigned long connectionType, IPSAcceptor*& out)
 {
-    const MNResult result = CheckCaller_i();
-    return result == MN_OK ? CreateConnectionServer_i(connectionType, out) : result;
+    return Create_i<CPSAcceptorThreadProxy>(connectionType, out, &CPSConnectionManager::CreateConnectionServer_i);
+}
+
+MNResult CPSConnectionManager::CreateConnectionClient(unsigned long connectionType, IPSConnector*& out)
+{
+    return Create_i<CPSConnectorThreadProxy>(connectionType, out, &CPSConnectionManager::CreateConnectionClient_i);
 }
 
 MNResult CPSConnectionManager::CreateConnectionServer_i(unsigned long connectionType, IPSAcceptor*& out)
@@ -36,12 +53,6 @@ MNResult CPSConnectionManager::CreateConnectionServer_i(unsigned long connection
     default:
         return MN_ERROR_INVALID_ARG;
     }
-}
-
-MNResult CPSConnectionManager::CreateConnectionClient(unsigned long connectionType, IPSConnector*& out)
-{
-    const MNResult result = CheckCaller_i();
-    return result == MN_OK ? CreateConnectionClient_i(connectionType, out) : result;
 }
 
 MNResult CPSConnectionManager::CreateConnectionClient_i(unsigned long connectionType, IPSConnector*& out)

@@ -39,7 +39,8 @@ MNResult CPSConnectionManager::Init(unsigned int networkThreadCount)
     if (!ipstack::IIPStackManager::Instance()->IsInitialized()) {
         char buffer[TRACE_LENGTH];
         Text_Formator text(buffer, sizeof buffer);
-        text << "IPStack is no init" << " this=" << static_cast<const void*>(this);
+        text << "IPStack is no init"
+             << " this=" << static_cast<const void*>(this);
         IMNTraceManager::Instance()->Trace(TRACE_LEVEL, text.GetText());
         return MN_ERROR_FAILURE;
     }

@@ -35,8 +35,10 @@ public:
 private:
     MNResult SpawnNetworkThread_i();
 
-    // What a creation by the calling thread may do: 0 make the real object; otherwise the answer.
-    MNResult CheckCaller_i();
+    // Makes the real object by `direct` on a network thread, a `Proxy` on any other.
+    template <class Proxy, class Interface>
+    MNResult Create_i(unsigned long connectionType, Interface*& out,
+                      MNResult (CPSConnectionManager::*direct)(unsigned long, Interface*&));
     MNResult CreateConnectionServer_i(unsigned long connectionType, IPSAcceptor*& out);
     MNResult CreateConnectionClient_i(unsigned long connectionType, IPSConnector*& out);
 

@@ -27,11 +27,11 @@ public:
     [[nodiscard]] virtual MNResult Init(unsigned int networkThreadCount) = 0;
 
     // Makes a client or a server of a connection type; `out` brings one reference along.
-    // A network thread gets the real object, used on network threads only. Any other thread is answered 10004,
-    // `out` untouched: objects for other threads are not offered yet. Likewise types CONNECTION_TYPE_UDP and
-    // CONNECTION_TYPE_RAW: 10004, `out` null.
+    // A network thread gets the real object, used on network threads only. Any other thread gets a proxy, whose
+    // callbacks come to the queue of that thread's own object; the type is looked at on the network thread.
+    // Thread: any, after Init.
     // Returns: 0; 10001 before Init or on a thread without a thread object of the framework (`out` untouched);
-    // 10008 for an unknown type (`out` null).
+    // on a network thread 10008 for an unknown type (`out` null).
     [[nodiscard]] virtual MNResult CreateConnectionClient(unsigned long connectionType, IPSConnector*& out) = 0;
     [[nodiscard]] virtual MNResult CreateConnectionServer(unsigned long connectionType, IPSAcceptor*& out) = 0;
 

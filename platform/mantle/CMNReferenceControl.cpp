@@ -49,6 +49,12 @@ void CMNPendingDelete::ScheduleDelete(IMNTimerHandler* handler)
     }
 }
 
+void CMNPendingDelete::EnlistDelete()
+{
+    if (CMNThread* thread = CMNThreadManager::Instance()->GetThread(CMNThreadManager::TT_CURRENT))
+        thread->GetPendingDeletes().Add(*this);
+}
+
 void CMNPendingDelete::ForgetDelete()
 {
     if (m_pList)

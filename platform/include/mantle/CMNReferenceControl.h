@@ -107,6 +107,10 @@ protected:
     // the process the object goes in any case, at the clean-up's next step.
     void ScheduleDelete(IMNTimerHandler* handler);
 
+    // The list alone, for a deletion that brings a timer of its own: DeletePending runs at the end of the calling
+    // thread's run unless ForgetDelete came first. Without a thread object nothing happens.
+    void EnlistDelete();
+
     // Takes the object out of the list; the destructor does too.
     void ForgetDelete();
 

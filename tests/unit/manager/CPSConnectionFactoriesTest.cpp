@@ -6,6 +6,9 @@
 #include "acceptor/CPSAcceptorTcp.h"
 #include "connector/CPSConnectorWrapper.h"
 #include "mantle/CMNInetAddr.h"
+#include "proxy/CPSAcceptorThreadProxy.h"
+#include "proxy/CPSConnectorThreadProxy.h"
+#include "reactor/CPSReactorBase.h"
 #include "tests/unit/doubles/ManagerTest.h"
 
 using mantle::CMNThreadManager;
@@ -46,6 +49,29 @@ protected:
         EXPECT_EQ(m_pManager->CreateConnectionClient(type, out), result) << type;
         EXPECT_EQ(out, expected) << type;
     }
+    void ExpectProxies(const std::function<void()>& letNetworkDelete)
+    {
+        for (const unsigned long type : ALL_TYPES) {
+            mantle::CMNAutoPtr<IPSAcceptor> acceptor;
+            ASSERT_EQ(m_pManager->CreateConnectionServer(type, acceptor.ParaOut()), MN_OK) << type;
+            EXPECT_NE(dynamic_cast<CPSAcceptorThreadProxy*>(acceptor.Get()), nullptr) << type;
+            EXPECT_FALSE(acceptor->IsConnector());
+            mantle::CMNAutoPtr<IPSConnector> connector;
+            ASSERT_EQ(m_pManager->CreateConnectionClient(type, connector.ParaOut()), MN_OK) << type;
+            EXPECT_NE(dynamic_cast<CPSConnectorThreadProxy*>(connector.Get()), nullptr) << type;
+            EXPECT_TRUE(connector->IsConnector());
+            EXPECT_EQ(NewLiveObjects(), 2);
+            EXPECT_EQ(acceptor->AddReference(), 2u);
+            EXPECT_EQ(acceptor->ReleaseReference(), 1u);
+            EXPECT_EQ(connector->AddReference(), 2u);
+            EXPECT_EQ(connector->ReleaseReference(), 1u);
+            acceptor = nullptr;
+            connector = nullptr;
+            letNetworkDelete();
+            EXPECT_EQ(NewLiveObjects(), 0) << type;
+        }
+    }
+
     void ExpectRefused(MNResult result)
     {
         for (const unsigned long type : ALL_TYPES) {
@@ -72,16 +98,18 @@ TEST_F(CPSConnectionFactoriesTest, Create_OnAThreadWithoutThreadObject_ReturnsFa
     std::thread([this] { ExpectRefused(MN_ERROR_FAILURE); }).join();
 }
 
-TEST_F(CPSConnectionFactoriesTest, Create_OnAUserThread_IsNotOfferedYetAndLeavesOut)
+TEST_F(CPSConnectionFactoriesTest, Create_OnAUserThread_GivesProxiesWithOneReferenceForEveryType)
 {
     ASSERT_EQ(m_pManager->Init(1), MN_OK);
-    ExpectRefused(MN_ERROR_NOT_IMPLEMENTED);
+    ExpectProxies([this] { OnNetworkThread([] {}); });
 }
 
 TEST_F(CPSConnectionFactoriesTest, Create_AfterInitZero_TreatsEverybodyAsAUserThread)
 {
     ASSERT_EQ(m_pManager->Init(0), MN_OK);
-    ExpectRefused(MN_ERROR_NOT_IMPLEMENTED);
+    auto* reactor = dynamic_cast<CPSReactorBase*>(m_pManager->GetReactor());
+    ASSERT_NE(reactor, nullptr);
+    ExpectProxies([reactor] { reactor->DestoryPendingEvents(); });
 }
 
 TEST_F(CPSConnectionFactoriesTest, CreateServer_TcpOnTheNetworkThread_GivesAnAcceptorWithOneReference)
