@@ -28,6 +28,15 @@ constexpr long long s_llUsecPerMsec = 1000;
 constexpr long long s_llTcpIntervalUs = TCP_TMR_INTERVAL * s_llUsecPerMsec;
 constexpr long long s_llReassIntervalUs = IP_TMR_INTERVAL * s_llUsecPerMsec;
 
+// Ticks missed by more than this (the process was stopped, the machine slept) are left out: in a burst they would
+// run through every retransmission before the peer can answer.
+constexpr long long s_llMostLateUs = 1000 * s_llUsecPerMsec;
+
+long long NextTick(long long deadline, long long interval, long long now)
+{
+    return now - deadline > s_llMostLateUs ? now + interval : deadline + interval;
+}
+
 // A fragment is dropped when its age reaches this many ticks; one more, as the first may come at once.
 constexpr unsigned int s_dwReassTicks = IP_REASS_MAXAGE + 1;
 
@@ -253,13 +262,13 @@ void CIPCore::StepTimer(long long now)
         if (tcp_ticks != ticks) {
             CIPTcpEnd::OnSlowTick();
         }
-        m_llTcpDeadline = tcp_active_pcbs || tcp_tw_pcbs ? m_llTcpDeadline + s_llTcpIntervalUs
+        m_llTcpDeadline = tcp_active_pcbs || tcp_tw_pcbs ? NextTick(m_llTcpDeadline, s_llTcpIntervalUs, now)
                                                          : CIPTimerSource::NoDeadline;
     } else if (m_llReassDeadline <= now) {
         ip_reass_tmr();
         ip6_reass_tmr();
-        m_llReassDeadline =
-            --m_dwReassTicks != 0 ? m_llReassDeadline + s_llReassIntervalUs : CIPTimerSource::NoDeadline;
+        m_llReassDeadline = --m_dwReassTicks != 0 ? NextTick(m_llReassDeadline, s_llReassIntervalUs, now)
+                                                  : CIPTimerSource::NoDeadline;
     }
 }
 

@@ -213,6 +213,22 @@ TEST(Links, SegmentsOutOfOrder_Connection_DeliveredInOrder)
     EXPECT_EQ(0, Waiting(peer.m_Socket.Get()));
 }
 
+TEST(Links, ProcessStoppedForAnHour_DataUnderWay_ConnectionLives)
+{
+    // Missed timer ticks, made up for in a burst, gave up the connection before its peer could answer once.
+    mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
+    CHandMadePeer peer;
+    EXPECT_EQ(3000, SendPattern(peer.m_Socket.Get(), 0, 3000));
+    PassStackTime(100);
+    clock.Advance(mantle::CMNTimeValue(3600, 0));
+    PassStackTime(100);
+    EXPECT_EQ(0, Look(peer.m_Socket.Get()) & PS_POLLERR);
+    peer.TakeData(3000);
+    peer.SendData(Pattern(0, 100));
+    EXPECT_TRUE(ReceivePattern(peer.m_Socket.Get(), 0, 100));
+}
+
 TEST(Links, SegmentsPastTheWindow_Connection_NotDelivered)
 {
     CHandMadePeer peer;
