@@ -1,5 +1,5 @@
-// echo: the smallest whole program. A server and a client on the network thread; the client sends a line, the
-// server sends it back, the client prints it.
+// echo: the smallest whole program. main owns a server and a client; the client sends a line, the server sends it
+// back, the client prints it. The sockets live on the library's network thread; every callback comes to main.
 #include <cstdio>
 #include <string>
 
@@ -12,28 +12,24 @@ using namespace uxport;
 namespace
 {
 
-const CMNInetAddr SERVER("127.0.0.1", 7);
-mantle::CMNEventThread g_done(1, 0);
-
 // Either end: keeps its transport until the connection has ended.
 class CEnd : public IPSAcceptorConnectorSink, public IPSTransportSink
 {
 public:
+    explicit CEnd(mantle::CMNThreadUser* thread) : m_pThread(thread) {}
+
     MNResult OnConnectIndication(long result, IPSTransport* transport, IPSAcceptorConnectorId* id) override
     {
-        if (result != 0) {
-            std::printf("no connection: %s\n", mantle::MNResultText(static_cast<MNResult>(result)));
-            g_done.Signal();
-            return MN_OK;
-        }
+        if (result != 0)
+            return m_pThread->Stop();
         m_pTransport = transport;
+        m_pTransport->OpenWithSink(this);
         m_bClient = id->IsConnector();
-        transport->OpenWithSink(this);
         if (m_bClient) {
             const std::string line = "hello, stack\n";
             CMNMessageBlock block(line.size());
             block.Write(line.data(), line.size());
-            transport->SendData(block, nullptr);  // a few bytes always find room in a new connection
+            m_pTransport->SendData(block, nullptr);
         }
         return MN_OK;
     }
@@ -44,73 +40,44 @@ public:
             return transport->SendData(data, nullptr);
         std::fwrite(data.GetReadPtr(), 1, data.GetLength(), stdout);
         m_bAnswered = true;
-        Disconnect();
-        g_done.Signal();
-        return MN_OK;
+        return transport->Disconnect(0);
     }
 
     MNResult OnSend(IPSTransport*, CPSTransportParameter*) override { return MN_OK; }
 
-    MNResult OnDisconnect(long, IPSTransport*) override
-    {
-        m_pTransport = nullptr;
-        return MN_OK;
-    }
+    // The server's only: an end that disconnects hears no more.
+    MNResult OnDisconnect(long, IPSTransport*) override { return m_pThread->Stop(); }
 
-    void Disconnect()
-    {
-        if (m_pTransport)
-            m_pTransport->Disconnect(0);
-        m_pTransport = nullptr;
-    }
     bool IsAnswered() const { return m_bAnswered; }
 
 private:
+    mantle::CMNThreadUser* m_pThread;
     mantle::CMNAutoPtr<IPSTransport> m_pTransport;
     bool m_bClient = false;
     bool m_bAnswered = false;
-};
-
-CEnd g_server, g_client;
-mantle::CMNAutoPtr<IPSAcceptor> g_pAcceptor;
-mantle::CMNAutoPtr<IPSConnector> g_pConnector;
-
-// Both run on the network thread, where acceptors and connectors are made, used and released.
-class CStart : public IMNEvent
-{
-    MNResult OnEventFire() override
-    {
-        IPSConnectionManager* manager = IPSConnectionManager::Instance();
-        if (manager->CreateConnectionServer(CONNECTION_TYPE_TCP, g_pAcceptor.ParaOut()) == MN_OK &&
-            manager->CreateConnectionClient(CONNECTION_TYPE_TCP, g_pConnector.ParaOut()) == MN_OK &&
-            g_pAcceptor->StartListen(&g_server, SERVER, 0, 0) == MN_OK)
-            return g_pConnector->AsycConnect(&g_client, SERVER, nullptr, nullptr, 0, 0);
-        return MN_ERROR_FAILURE;
-    }
-};
-
-class CStop : public IMNEvent
-{
-    MNResult OnEventFire() override
-    {
-        g_server.Disconnect();
-        g_pAcceptor = nullptr;
-        g_pConnector = nullptr;
-        return MN_OK;
-    }
 };
 
 }  // namespace
 
 int main()
 {
+    mantle::CMNThreadUser* thread = mantle::CMNThreadUser::AdoptCurrentThread();
     ipstack::IIPStackManager::Instance()->Startup(ipstack::CIPStackSettings());
     IPSConnectionManager* manager = IPSConnectionManager::Instance();
-    if (manager->Init(1) != MN_OK)
+    mantle::CMNAutoPtr<IPSAcceptor> acceptor;
+    mantle::CMNAutoPtr<IPSConnector> connector;
+    if (manager->Init(1) != MN_OK ||
+        manager->CreateConnectionServer(CONNECTION_TYPE_TCP, acceptor.ParaOut()) != MN_OK ||
+        manager->CreateConnectionClient(CONNECTION_TYPE_TCP, connector.ParaOut()) != MN_OK)
         return 1;
-    const bool started = manager->GetReactor()->SendEvent(new CStart) == MN_OK;
-    if (started)
-        g_done.Wait();
-    manager->GetReactor()->SendEvent(new CStop);
-    return started && g_client.IsAnswered() ? 0 : 1;
+
+    const CMNInetAddr address("127.0.0.1", 7);
+    CEnd server(thread);
+    CEnd client(thread);
+    if (acceptor->StartListen(&server, address, 0, 0) != MN_OK ||
+        connector->AsycConnect(&client, address, nullptr, nullptr, 0, 0) != MN_OK)
+        return 1;
+    thread->RunEventLoop();
+    acceptor->StopListen(0);
+    return client.IsAnswered() ? 0 : 1;
 }
