@@ -144,7 +144,7 @@ bool CIPCore::IsFragment(const pbuf* packet) noexcept
     case IP6_NEXTH_DESTOPTS:
     case IP6_NEXTH_ROUTING:
     case IP6_NEXTH_FRAGMENT:
-        return true;   // a fragment header may follow any of them
+        return true;  // a fragment header may follow any of them
     default:
         return false;
     }
@@ -153,7 +153,8 @@ bool CIPCore::IsFragment(const pbuf* packet) noexcept
 bool CIPCore::HasPackets() const noexcept
 {
     netif* link;
-    NETIF_FOREACH(link) {
+    NETIF_FOREACH(link)
+    {
         if (link->loop_first) {
             return true;
         }
@@ -228,7 +229,8 @@ unsigned int CIPCore::DrainStretch(unsigned int limit)
     while (found) {
         found = false;
         netif* link;
-        NETIF_FOREACH(link) {
+        NETIF_FOREACH(link)
+        {
             while (link->loop_first) {
                 if (count == limit) {
                     return count;
@@ -267,8 +269,8 @@ void CIPCore::StepTimer(long long now)
     } else if (m_llReassDeadline <= now) {
         ip_reass_tmr();
         ip6_reass_tmr();
-        m_llReassDeadline = --m_dwReassTicks != 0 ? NextTick(m_llReassDeadline, s_llReassIntervalUs, now)
-                                                  : CIPTimerSource::NoDeadline;
+        m_llReassDeadline =
+            --m_dwReassTicks != 0 ? NextTick(m_llReassDeadline, s_llReassIntervalUs, now) : CIPTimerSource::NoDeadline;
     }
 }
 
