@@ -1,6 +1,9 @@
 #include "CFileFetcher.h"
 
+#include <algorithm>
 #include <utility>
+
+#include "CFileProtocol.h"
 
 using namespace uxport;
 
@@ -53,9 +56,37 @@ MNResult CFileFetcher::OnConnectIndication(long result, IPSTransport* transport,
 
 MNResult CFileFetcher::OnReceive(CMNMessageBlock& data, IPSTransport*, CPSTransportParameter*)
 {
-    m_Sha256.Add(data.GetReadPtr(), data.GetLength());
-    m_Outcome.m_qwBytes += data.GetLength();
+    for (const CMNMessageBlock* block = &data; block; block = block->GetNext())
+        Take(block->GetReadPtr(), block->GetLength());
+    if (HasAll())
+        m_Outcome.m_llMicroseconds = mantle::CMNClock::NowUs() - m_llStart;
+    Answer();
     return MN_OK;
+}
+
+void CFileFetcher::Take(const char* data, std::size_t length)
+{
+    for (; m_nLengthBytes < CFileProtocol::s_nLengthSize && length != 0; ++m_nLengthBytes, ++data, --length)
+        m_qwLength = m_qwLength << 8 | static_cast<unsigned char>(*data);
+    m_Sha256.Add(data, length);
+    m_Outcome.m_qwBytes += length;
+}
+
+bool CFileFetcher::HasAll() const
+{
+    return m_nLengthBytes == CFileProtocol::s_nLengthSize && m_Outcome.m_qwBytes >= m_qwLength;
+}
+
+void CFileFetcher::Answer()
+{
+    std::uint64_t due = m_Outcome.m_qwBytes / CFileProtocol::s_qwStep;
+    if (HasAll())
+        due = std::max<std::uint64_t>(CFileProtocol::CountSteps(m_qwLength), 1);
+    CMNMessageBlock answers(due - m_qwAnswers);
+    for (; m_qwAnswers < due; ++m_qwAnswers)
+        answers.Write("", 1);
+    if (answers.GetLength() != 0)
+        m_pTransport->SendData(answers, nullptr);
 }
 
 MNResult CFileFetcher::OnSend(IPSTransport*, CPSTransportParameter*)
@@ -66,7 +97,7 @@ MNResult CFileFetcher::OnSend(IPSTransport*, CPSTransportParameter*)
 MNResult CFileFetcher::OnDisconnect(long, IPSTransport*)
 {
     m_pTransport = nullptr;
-    Finish("");
+    Finish(HasAll() ? "" : "the server ended the connection early");
     return MN_OK;
 }
 
@@ -84,8 +115,7 @@ void CFileFetcher::Finish(const char* error)
     m_Timer.Cancel();
     if (m_pTransport)
         m_pTransport->Disconnect(MN_OK);
-    m_Outcome.m_llMicroseconds = mantle::CMNClock::NowUs() - m_llStart;
     m_Outcome.m_strSha256 = m_Sha256.Finish();
     m_Outcome.m_strError = error;
-    m_fDone(m_Outcome);
+    m_fDone();
 }

@@ -11,7 +11,7 @@
 
 #include "CSha256.h"
 
-// Thread: the network thread, construction and destruction included.
+// Thread: the user thread that made it; all its callbacks come there.
 class CFileFetcher : public uxport::IPSAcceptorConnectorSink,
                      public uxport::IPSTransportSink,
                      public uxport::IPSTimerWrapperIDSink
@@ -20,19 +20,20 @@ public:
     // What became of the fetch.
     struct COutcome
     {
-        std::string m_strError;  // empty: the server ended the connection
+        std::string m_strError;  // empty: all of it has arrived
         std::string m_strSha256;
         std::uint64_t m_qwBytes = 0;
-        long long m_llMicroseconds = 0;  // from the connect to the end
+        long long m_llMicroseconds = 0;  // from the connect to the last byte
     };
     using FProgress = std::function<void(std::uint64_t bytes)>;
-    using FDone = std::function<void(const COutcome& outcome)>;
+    using FDone = std::function<void()>;
 
-    // `progress` is called from time to time, `done` once; it must not delete the fetcher.
+    // `progress` is called from time to time, `done` once, after which the outcome stays.
     CFileFetcher(FProgress progress, FDone done);
     ~CFileFetcher() override;
 
     uxport::MNResult Start(const uxport::CMNInetAddr& address);
+    const COutcome& GetOutcome() const { return m_Outcome; }
 
     uxport::MNResult OnConnectIndication(long result, uxport::IPSTransport* transport,
                                          uxport::IPSAcceptorConnectorId* id) override;
@@ -43,12 +44,18 @@ public:
     void OnTimer(uxport::CPSTimerWrapperID* timer) override;
 
 private:
+    void Take(const char* data, std::size_t length);
+    bool HasAll() const;
+    void Answer();
     void Finish(const char* error);
 
     FProgress m_fProgress;
     FDone m_fDone;
     CSha256 m_Sha256;
     COutcome m_Outcome;
+    std::uint64_t m_qwLength = 0;    // as the server says
+    std::size_t m_nLengthBytes = 0;  // of which so many bytes have arrived
+    std::uint64_t m_qwAnswers = 0;
     long long m_llStart = 0;
     std::uint64_t m_qwAtLastTimer = 0;
     int m_nIdleTimers = 0;

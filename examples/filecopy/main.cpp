@@ -6,6 +6,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <unistd.h>
@@ -13,7 +14,10 @@
 #include <CLI/CLI.hpp>
 
 #include "CDemoFile.h"
-#include "CFileCopy.h"
+#include "CFileFetcher.h"
+#include "CFileNetwork.h"
+#include "CFileProtocol.h"
+#include "CServerThread.h"
 
 namespace
 {
@@ -37,7 +41,7 @@ CSource Digest(const std::string& path)
         throw std::runtime_error("cannot read " + path);
     CSource source;
     CSha256 sha256;
-    std::vector<char> buffer(CFileServer::s_nSendSize);
+    std::vector<char> buffer(CFileProtocol::s_nSendSize);
     while (file.read(buffer.data(), static_cast<std::streamsize>(buffer.size())), file.gcount() > 0) {
         sha256.Add(buffer.data(), static_cast<std::size_t>(file.gcount()));
         source.m_qwBytes += static_cast<std::uint64_t>(file.gcount());
@@ -76,12 +80,28 @@ private:
     int m_nPercent = 0;
 };
 
+// Serves the file on a thread of its own and fetches it on this one.
+CFileFetcher::COutcome Transfer(const std::string& path, std::uint64_t corruptAt, CFileFetcher::FProgress progress)
+{
+    mantle::CMNThreadUser* thread = mantle::CMNThreadUser::AdoptCurrentThread();
+    if (CFileNetwork::Start() != mantle::MN_OK)
+        throw std::runtime_error("the network thread does not start");
+    CServerThread server;
+    if (server.Start(path, corruptAt, CFileNetwork::GetServerAddress()) != mantle::MN_OK)
+        throw std::runtime_error("the server does not start");
+    CFileFetcher fetcher(std::move(progress), [thread] { thread->Stop(); });
+    if (fetcher.Start(CFileNetwork::GetServerAddress()) != mantle::MN_OK)
+        throw std::runtime_error("the client does not start");
+    thread->RunEventLoop();
+    return fetcher.GetOutcome();
+}
+
 int Copy(const std::string& path, std::uint64_t corruptAt)
 {
     const CSource source = Digest(path);
     CProgressLine progress(source.m_qwBytes);
-    CFileCopy copy(path, corruptAt, [&progress](std::uint64_t bytes) { progress.Show(bytes); });
-    const CFileFetcher::COutcome arrived = copy.Run();
+    const CFileFetcher::COutcome arrived =
+        Transfer(path, corruptAt, [&progress](std::uint64_t bytes) { progress.Show(bytes); });
     if (!arrived.m_strError.empty())
         throw std::runtime_error(arrived.m_strError);
     progress.End(arrived.m_qwBytes);
@@ -100,7 +120,7 @@ int main(int argc, char** argv)
 {
     CLI::App app("Serves a file over TCP on the embedded stack, fetches it there and compares the two by SHA-256.");
     std::string path;
-    std::uint64_t corruptAt = CFileServer::s_qwNowhere;
+    std::uint64_t corruptAt = CFileSession::s_qwNowhere;
     app.add_option("file", path, "the file; without it, a tar archive that is made once in the build directory");
     app.add_option("--corrupt", corruptAt, "send the byte at this offset changed, to see that it is noticed");
     try {

@@ -1,0 +1,22 @@
+// What server and client say to each other.
+#ifndef FILECOPY_CFILEPROTOCOL_H
+#define FILECOPY_CFILEPROTOCOL_H
+
+#include <cstddef>
+#include <cstdint>
+
+// The server sends the length of the file, then the file. The client answers one byte for each step that it has
+// consumed, the last one counting however short it is. The server lets at most a window go without an answer: on a
+// user thread SendData refuses nothing, so that this, and not a full socket, bounds what waits in memory on the way.
+class CFileProtocol
+{
+public:
+    static constexpr std::size_t s_nLengthSize = 8;  // most significant byte first
+    static constexpr std::size_t s_nSendSize = 64 * 1024;
+    static constexpr std::uint64_t s_qwStep = 256 * 1024;
+    static constexpr std::uint64_t s_qwWindow = 16 * s_qwStep;
+
+    static constexpr std::uint64_t CountSteps(std::uint64_t bytes) { return (bytes + s_qwStep - 1) / s_qwStep; }
+};
+
+#endif
