@@ -44,7 +44,7 @@ TEST(CIPStreamQueue, SegmentsOfManySizes_ReadAcrossTheirBorders_SameBytes)
     const ipstack::CIPCoreGuard guard;
     CIPStreamQueue queue;
     std::size_t total = 0;
-    for (const std::size_t size : {600, 1, 511, 512, 5, 3999, 1460, 16, 16, 4000, 100, 8000}) {
+    for (const std::size_t size : {600U, 1U, 511U, 512U, 5U, 3999U, 1460U, 16U, 16U, 4000U, 100U, 8000U}) {
         EXPECT_TRUE(queue.Append(Packet(Bytes(size, total))));
         total += size;
     }
