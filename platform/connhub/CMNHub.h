@@ -1,0 +1,87 @@
+// The loop that all transports share.
+#ifndef CONNHUB_CMNHUB_H
+#define CONNHUB_CMNHUB_H
+
+#include <uv.h>
+
+#include <memory>
+#include <vector>
+
+#include "CMNUDPSocket.h"
+#include "mantle/CMNMutexThread.h"
+
+namespace connhub
+{
+
+class CMNUDPChannel;
+
+// libuv's loop and what other threads ask of it. The background thread runs it; before that thread starts and after it
+// has been joined, the loop belongs to whoever made the hub.
+class CMNHub : public std::enable_shared_from_this<CMNHub>
+{
+public:
+    CMNHub() = default;
+    ~CMNHub();
+    CMNHub(const CMNHub&) = delete;
+    CMNHub& operator=(const CMNHub&) = delete;
+
+    // Returns: false when the system has no descriptors left.
+    bool Init();
+
+    // Runs the loop until Stop. Thread: the background thread.
+    void Run();
+
+    // Thread: any.
+    void Stop() noexcept;
+
+    // Whether the calling thread is the one that runs the loop.
+    bool IsCurrent() const noexcept;
+
+    // Ends every channel and gives the loop back. State: the background thread has been joined or never started.
+    void Destroy();
+
+    // What the loop is to do with a channel. Thread: any. AskStart returns false when the hub has ended.
+    bool AskStart(const std::shared_ptr<CMNUDPChannel>& channel);
+    void AskFlush(const std::shared_ptr<CMNUDPChannel>& channel);
+    void AskClose(const std::shared_ptr<CMNUDPChannel>& channel);
+
+    // Has the channel flushed before the loop waits again or handles another piece. Thread: the background thread.
+    void FlushSoon(const std::shared_ptr<CMNUDPChannel>& channel) { m_FlushSoon.push_back(channel); }
+    void FlushNow();
+
+    uv_loop_t* GetLoop() noexcept { return &m_Loop; }
+    CMNReceiveRoom& GetRoom() noexcept { return m_Room; }
+
+    // A descriptor that nobody reads or watches.
+    int GetSpare() const noexcept { return m_nSpare; }
+
+    // The loop's thread. What the loop holds open.
+    void Keep(const std::shared_ptr<CMNUDPChannel>& channel) { m_Channels.push_back(channel); }
+    void Forget(const CMNUDPChannel* channel);
+
+private:
+    using CChannels = std::vector<std::shared_ptr<CMNUDPChannel>>;
+
+    bool Ask(CChannels CMNHub::*list, const std::shared_ptr<CMNUDPChannel>& channel);
+    void OnWake();
+    void CloseAll();
+
+    uv_loop_t m_Loop{};
+    uv_async_t m_Wake{};
+    bool m_bInitialised = false;
+    int m_nSpare = -1;
+    CMNReceiveRoom m_Room;
+    CChannels m_Channels;
+    CChannels m_FlushSoon;
+
+    mantle::CMNMutexThread m_Mutex;
+    CChannels m_Starts MN_GUARDED_BY(m_Mutex);
+    CChannels m_Flushes MN_GUARDED_BY(m_Mutex);
+    CChannels m_Closes MN_GUARDED_BY(m_Mutex);
+    bool m_bStop MN_GUARDED_BY(m_Mutex) = false;
+    bool m_bEnded MN_GUARDED_BY(m_Mutex) = false;
+};
+
+}  // namespace connhub
+
+#endif

@@ -1,0 +1,415 @@
+#include "CMNUDPChannel.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "CMNHub.h"
+#include "connhub/IMNUDPTransportSink.h"
+#include "mantle/CMNMessageBlock.h"
+
+namespace connhub
+{
+
+namespace
+{
+
+using mantle::CMNInetAddr;
+using mantle::MNResult;
+using CGuard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
+
+// A datagram that comes sooner than this after another is one of many.
+constexpr std::uint64_t s_qwBurstNs = 5000;
+
+// As much as one segmented send takes: no sense in waiting for more.
+constexpr std::size_t s_nFullSend = 60000;
+
+// Calls in a row before other channels have their turn.
+constexpr int s_nReceiveRounds = 8;
+constexpr int s_nSendRounds = 8;
+
+}  // namespace
+
+CMNUDPChannel::CMNUDPChannel(std::shared_ptr<CMNHub> hub, IMNUDPTransportSink& sink)
+    : m_pHub(std::move(hub)), m_Sink(sink)
+{
+}
+
+CMNUDPChannel::~CMNUDPChannel() = default;
+
+MNResult CMNUDPChannel::Open(const CMNInetAddr& local)
+{
+    CGuard guard(m_Mutex);
+    if (m_eState != EState::MADE) {
+        return m_eState == EState::OPEN ? mantle::MN_ERROR_ALREADY_INITIALIZED : mantle::MN_ERROR_NOT_INITIALIZED;
+    }
+    const MNResult result = m_Socket.Open(local);
+    if (result != mantle::MN_OK) {
+        return result;
+    }
+    if (!m_pHub->AskStart(shared_from_this())) {
+        m_Socket.Close();
+        return mantle::MN_ERROR_NOT_INITIALIZED;
+    }
+    m_eState = EState::OPEN;
+    return mantle::MN_OK;
+}
+
+MNResult CMNUDPChannel::GetLocalAddress(CMNInetAddr& local)
+{
+    CGuard guard(m_Mutex);
+    return m_eState == EState::OPEN && m_Socket.GetLocalAddress(local) ? mantle::MN_OK
+                                                                       : mantle::MN_ERROR_NOT_INITIALIZED;
+}
+
+void CMNUDPChannel::SetQueueLimit(unsigned long bytes)
+{
+    CGuard guard(m_Mutex);
+    m_nLimit = bytes;
+}
+
+CMNUDPTransportCounters CMNUDPChannel::GetCounters()
+{
+    const auto get = [](const CMNUDPCounts::CCount& count) { return count.load(std::memory_order_relaxed); };
+    CMNUDPTransportCounters counters;
+    counters.m_qwReceived = get(m_Counts.m_qwReceived);
+    counters.m_qwReceivedBytes = get(m_Counts.m_qwReceivedBytes);
+    counters.m_qwReceiveCalls = get(m_Counts.m_qwReceiveCalls);
+    counters.m_qwMergedReceives = get(m_Counts.m_qwMergedReceives);
+    counters.m_qwSent = get(m_Counts.m_qwSent);
+    counters.m_qwSentBytes = get(m_Counts.m_qwSentBytes);
+    counters.m_qwSendCalls = get(m_Counts.m_qwSendCalls);
+    counters.m_qwSegmentedSends = get(m_Counts.m_qwSegmentedSends);
+    counters.m_qwSegmentedRefused = get(m_Counts.m_qwSegmentedRefused);
+    counters.m_qwDropped = get(m_Counts.m_qwDropped);
+    counters.m_qwFailed = get(m_Counts.m_qwFailed);
+    CGuard guard(m_Mutex);
+    counters.m_qwQueued = m_Waiting.GetCount() + m_nCountInSending;
+    return counters;
+}
+
+bool CMNUDPChannel::IsIdle() const
+{
+    return !m_bSending && !m_bFull && m_Waiting.IsEmpty() && m_nCountInSending == 0;
+}
+
+std::size_t CMNUDPChannel::GetQueuedBytes() const
+{
+    return m_Waiting.GetBytes() + m_nInSending;
+}
+
+MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMNInetAddr& to)
+{
+    if ((!data && length != 0) || length > IMNUDPTransport::s_dwMaxDatagram || to.GetPort() == 0) {
+        return mantle::MN_ERROR_INVALID_ARG;
+    }
+    const bool onLoop = m_pHub->IsCurrent();
+    const std::uint64_t now = uv_hrtime();
+    bool alone = false;
+    bool sendQueue = false;
+    bool ask = false;
+    {
+        CGuard guard(m_Mutex);
+        if (m_eState != EState::OPEN) {
+            return mantle::MN_ERROR_NOT_INITIALIZED;
+        }
+        if (to.GetType() != m_Socket.GetFamily()) {
+            return mantle::MN_ERROR_INVALID_ARG;
+        }
+        if (!onLoop && IsIdle() && now - m_qwLastSend > s_qwBurstNs) {
+            alone = m_bSending = true;
+        } else {
+            const std::size_t queued = GetQueuedBytes();
+            if (queued + length > m_nLimit) {
+                CMNUDPCounts::Add(m_Counts.m_qwDropped);
+                return mantle::MN_ERROR_FAILURE;
+            }
+            m_Waiting.Add(data, length, to);
+            m_qwLastSend = now;
+            if (!m_bSending && !m_bFull) {
+                sendQueue = queued + length >= s_nFullSend;
+                ask = !sendQueue && !m_bFlushAsked;
+                m_bSending = sendQueue;
+                m_bFlushAsked = m_bFlushAsked || ask;
+            }
+        }
+    }
+    if (alone) {
+        return SendAlone(data, length, to);
+    }
+    if (sendQueue) {
+        ask = SendQueue();
+    }
+    if (ask && onLoop) {
+        m_pHub->FlushSoon(shared_from_this());
+    } else if (ask) {
+        m_pHub->AskFlush(shared_from_this());
+    }
+    return mantle::MN_OK;
+}
+
+// State: this thread has set m_bSending and the queue was empty.
+MNResult CMNUDPChannel::SendAlone(const char* data, unsigned long length, const CMNInetAddr& to)
+{
+    const bool full = m_Socket.SendOne(data, length, to, m_Counts) == CMNUDPSocket::EOutcome::FULL;
+    bool ask = false;
+    bool dropped = false;
+    {
+        CGuard guard(m_Mutex);
+        m_bSending = false;
+        m_qwLastSend = uv_hrtime();
+        if (full && length > m_nLimit) {
+            CMNUDPCounts::Add(m_Counts.m_qwDropped);
+            dropped = true;
+        } else if (full) {
+            // In front of what others have queued meanwhile.
+            m_Sending.Add(data, length, to);
+            m_nInSending = length;
+            m_nCountInSending = 1;
+        }
+        if ((!m_Waiting.IsEmpty() || m_nCountInSending != 0) && !m_bFlushAsked) {
+            ask = m_bFlushAsked = true;
+        }
+    }
+    if (ask) {
+        m_pHub->AskFlush(shared_from_this());
+    }
+    return dropped ? mantle::MN_ERROR_FAILURE : mantle::MN_OK;
+}
+
+// One round: what waits now. State: this thread has set m_bSending. Returns: whether the loop is to be asked for more.
+bool CMNUDPChannel::SendQueue()
+{
+    {
+        CGuard guard(m_Mutex);
+        if (m_Sending.IsEmpty()) {
+            m_Sending.Swap(m_Waiting);
+        }
+        m_nInSending = m_Sending.GetBytes();
+        m_nCountInSending = m_Sending.GetCount();
+    }
+    m_Socket.Send(m_Sending, m_Counts);
+    CGuard guard(m_Mutex);
+    m_bSending = false;
+    m_nInSending = m_Sending.GetBytes();
+    m_nCountInSending = m_Sending.GetCount();
+    m_qwLastSend = uv_hrtime();
+    const bool ask = (!m_Waiting.IsEmpty() || m_nCountInSending != 0) && !m_bFlushAsked;
+    m_bFlushAsked = m_bFlushAsked || ask;
+    return ask;
+}
+
+void CMNUDPChannel::FlushOnLoop()
+{
+    if (!Enter()) {
+        return;
+    }
+    bool again = true;
+    for (int round = 0; again && round < s_nSendRounds; ++round) {
+        {
+            CGuard guard(m_Mutex);
+            m_bFlushAsked = false;
+            // Another thread that sends asks again when there is more.
+            if (m_bSending || (m_Waiting.IsEmpty() && m_nCountInSending == 0)) {
+                again = false;
+                break;
+            }
+            m_bSending = true;
+        }
+        again = SendQueue();
+        CGuard guard(m_Mutex);
+        if (m_nCountInSending != 0) {
+            // The system takes no more: it tells when it does.
+            m_bFlushAsked = false;
+            again = false;
+            if (!m_bFull) {
+                m_bFull = true;
+                Watch(true);
+            }
+        }
+    }
+    Leave();
+    if (again) {
+        m_pHub->AskFlush(shared_from_this());
+    }
+}
+
+// The loop's turn for this channel; calls nest. Returns: false when it has been closed.
+bool CMNUDPChannel::Enter()
+{
+    CGuard guard(m_Mutex);
+    if (m_eState != EState::OPEN) {
+        return false;
+    }
+    ++m_dwBusy;
+    return true;
+}
+
+void CMNUDPChannel::Leave()
+{
+    CGuard guard(m_Mutex);
+    if (--m_dwBusy == 0 && m_eState == EState::CLOSED) {
+        m_NotBusy.Signal();
+    }
+}
+
+void CMNUDPChannel::StartOnLoop()
+{
+    if (!Enter()) {
+        return;
+    }
+    if (uv_poll_init(m_pHub->GetLoop(), &m_Poll, m_Socket.GetHandle()) == 0) {
+        m_Poll.data = this;
+        m_bWatched = true;
+        m_pUntilClosed = shared_from_this();
+        m_pHub->Keep(m_pUntilClosed);
+        Watch(false);
+    }
+    Leave();
+}
+
+void CMNUDPChannel::Watch(bool writable)
+{
+    if (m_bWatched) {
+        uv_poll_start(&m_Poll, writable ? UV_READABLE | UV_WRITABLE : UV_READABLE,
+                      [](uv_poll_t* poll, int status, int events) {
+                          static_cast<CMNUDPChannel*>(poll->data)->OnReady(status, events);
+                      });
+    }
+}
+
+void CMNUDPChannel::OnReady(int status, int events)
+{
+    const std::shared_ptr<CMNUDPChannel> self = shared_from_this();
+    if ((events & UV_WRITABLE) != 0) {
+        bool full = false;
+        {
+            CGuard guard(m_Mutex);
+            std::swap(full, m_bFull);
+        }
+        if (full && Enter()) {
+            Watch(false);
+            Leave();
+        }
+        FlushOnLoop();
+    }
+    if ((events & UV_READABLE) != 0 || status < 0) {
+        if (Enter()) {
+            ReceiveOnLoop();
+            Leave();
+        }
+    }
+    m_pHub->FlushNow();
+}
+
+// A sink may release the transport: the channel is then closed, and what is left is not delivered.
+void CMNUDPChannel::ReceiveOnLoop()
+{
+    CMNReceiveRoom& room = m_pHub->GetRoom();
+    const auto isOpen = [this] {
+        CGuard guard(m_Mutex);
+        return m_eState == EState::OPEN;
+    };
+    for (int round = 0; round < s_nReceiveRounds && m_Socket.Receive(room, m_Counts); ++round) {
+        for (std::size_t index = 0; index < room.GetCount(); ++index) {
+            const CMNReceiveRoom::CPiece piece = room.GetPiece(index);
+            if (!piece.m_bWhole) {
+                CMNUDPCounts::Add(m_Counts.m_qwFailed);
+                continue;
+            }
+            if (piece.m_nBytes > piece.m_nEach) {
+                CMNUDPCounts::Add(m_Counts.m_qwMergedReceives);
+            }
+            std::size_t at = 0;
+            do {
+                const std::size_t length = std::min(piece.m_nEach, piece.m_nBytes - at);
+                Deliver(piece.m_pData + at, length, piece.m_From);
+                at += length;
+                if (!isOpen()) {
+                    return;
+                }
+            } while (at < piece.m_nBytes);
+            m_pHub->FlushNow();
+        }
+        if (!room.IsFull()) {
+            break;
+        }
+    }
+}
+
+void CMNUDPChannel::Deliver(const char* data, std::size_t length, const CMNInetAddr& from)
+{
+    CMNUDPCounts::Add(m_Counts.m_qwReceived);
+    CMNUDPCounts::Add(m_Counts.m_qwReceivedBytes, length);
+    mantle::CMNMessageBlock block(length, data, mantle::CMNMessageBlock::DONT_DELETE, length);
+    m_Sink.OnReceive(block, from);
+}
+
+// What waits is offered to the system once more; what it does not take is lost. State: closed, nobody sends.
+void CMNUDPChannel::SendLast()
+{
+    CMNUDPSocket::EOutcome outcome = m_Socket.Send(m_Sending, m_Counts);
+    if (outcome == CMNUDPSocket::EOutcome::DONE) {
+        outcome = m_Socket.Send(m_Waiting, m_Counts);
+    }
+    CMNUDPCounts::Add(m_Counts.m_qwDropped, m_Sending.GetCount() + m_Waiting.GetCount());
+    m_Sending.Clear();
+    m_Waiting.Clear();
+    m_nInSending = 0;
+    m_nCountInSending = 0;
+}
+
+void CMNUDPChannel::Detach()
+{
+    const bool onLoop = m_pHub->IsCurrent();
+    bool open = false;
+    bool busy = false;
+    {
+        CGuard guard(m_Mutex);
+        open = m_eState == EState::OPEN;
+        busy = m_dwBusy != 0 && !onLoop;
+        m_eState = EState::CLOSED;
+    }
+    if (busy) {
+        m_NotBusy.Wait();
+    }
+    if (!open) {
+        return;
+    }
+    {
+        CGuard guard(m_Mutex);
+        if (m_Socket.IsOpen()) {
+            SendLast();
+            if (!onLoop) {
+                m_Socket.FreeAddress(m_pHub->GetSpare());
+            }
+        }
+    }
+    if (onLoop) {
+        CloseOnLoop();
+    } else {
+        m_pHub->AskClose(shared_from_this());
+    }
+}
+
+void CMNUDPChannel::CloseOnLoop()
+{
+    if (m_bWatched) {
+        m_bWatched = false;
+        m_pHub->Forget(this);
+        uv_close(reinterpret_cast<uv_handle_t*>(&m_Poll),
+                 [](uv_handle_t* handle) { static_cast<CMNUDPChannel*>(handle->data)->m_pUntilClosed.reset(); });
+    }
+    CGuard guard(m_Mutex);
+    m_Socket.Close();
+}
+
+void CMNUDPChannel::End()
+{
+    {
+        CGuard guard(m_Mutex);
+        m_eState = EState::CLOSED;
+    }
+    CloseOnLoop();
+}
+
+}  // namespace connhub
