@@ -94,11 +94,11 @@ TEST(StartTest, OnTheNetworkThread_TypesOfConnections_AnsweredAsOffered)
     network.Run([] {
         IPSConnectionManager* manager = IPSConnectionManager::Instance();
         EXPECT_TRUE(manager->IsNetworkThread(mantle::CMNThreadManager::GetThreadSelfId()));
-        for (const unsigned long type : {CONNECTION_TYPE_RAW, CONNECTION_TYPE_UDP}) {
-            IPSAcceptor* acceptor = nullptr;
-            IPSConnector* connector = nullptr;
-            EXPECT_EQ(10004UL, manager->CreateConnectionServer(type, acceptor));
-            EXPECT_EQ(10004UL, manager->CreateConnectionClient(type, connector));
+        for (const unsigned long type : {CONNECTION_TYPE_RAW, CONNECTION_TYPE_TCP, CONNECTION_TYPE_UDP}) {
+            mantle::CMNAutoPtr<IPSAcceptor> acceptor;
+            mantle::CMNAutoPtr<IPSConnector> connector;
+            EXPECT_EQ(MN_OK, manager->CreateConnectionServer(type, acceptor.ParaOut()));
+            EXPECT_EQ(MN_OK, manager->CreateConnectionClient(type, connector.ParaOut()));
         }
         IPSAcceptor* acceptor = nullptr;
         IPSConnector* connector = nullptr;
