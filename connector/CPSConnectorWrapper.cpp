@@ -1,11 +1,17 @@
 #include "connector/CPSConnectorWrapper.h"
 
+#include "connector/CPSConnectorRawT.h"
 #include "connector/CPSConnectorTcpT.h"
+#include "connector/CPSConnectorUdpT.h"
 #include "mantle/CMNTimeValue.h"
 #include "reactor/CPSReactorBase.h"
 #include "reactor/CPSSelfHold.h"
+#include "socket/CPSSocketRaw.h"
 #include "socket/CPSSocketTcp.h"
+#include "socket/CPSSocketUdp.h"
+#include "transport/CPSTransportRaw.h"
 #include "transport/CPSTransportTcp.h"
+#include "transport/CPSTransportUdp.h"
 #include "uxport/IPSAcceptorConnectorSink.h"
 
 namespace uxport
@@ -17,7 +23,10 @@ namespace
 constexpr long REASON_FAILURE = static_cast<long>(MN_ERROR_FAILURE);
 
 // The timer's argument carries the reason.
-void* ReasonArgument() { return reinterpret_cast<void*>(REASON_FAILURE); }
+void* ReasonArgument()
+{
+    return reinterpret_cast<void*>(REASON_FAILURE);
+}
 
 }  // namespace
 
@@ -38,8 +47,11 @@ MNResult CPSConnectorWrapper::Init(unsigned long type)
         m_pConnector = new CPSConnectorTcpT<CPSConnectorWrapper, CPSTransportTcp, CPSSocketTcp>(m_pReactor, this);
         return MN_OK;
     case CONNECTION_TYPE_UDP:
+        m_pConnector = new CPSConnectorUdpT<CPSConnectorWrapper, CPSTransportUdp, CPSSocketUdp>(m_pReactor, this);
+        return MN_OK;
     case CONNECTION_TYPE_RAW:
-        return MN_ERROR_NOT_IMPLEMENTED;
+        m_pConnector = new CPSConnectorRawT<CPSConnectorWrapper, CPSTransportRaw, CPSSocketRaw>(m_pReactor, this);
+        return MN_OK;
     default:
         Close_i();
         return MN_ERROR_INVALID_ARG;
@@ -52,8 +64,7 @@ MNResult CPSConnectorWrapper::AsycConnect(IPSAcceptorConnectorSink* sink, const 
 {
     if (!CPSReactorBase::IsAlive(m_pReactor))
         return MN_ERROR_NOT_INITIALIZED;
-    if (m_dwClosed == 0)
-        m_pReactor->CancelTimer(this);  // the superseded attempt's time-out must not end this one
+    Close_i();  // neither the superseded attempt nor its time-out must end this one
     m_pSink = sink;
     m_dwClosed = 0;
     if (m_pSink && m_pConnector) {

@@ -32,8 +32,8 @@ public:
                          CMNInetAddr* localAddr, unsigned short number1, unsigned short number2) override;
     MNResult CancelConnect() override;
 
-    // Makes the protocol connector. Returns: 0; 10003 when there is one; 10002 without a reactor; 10004 for
-    // CONNECTION_TYPE_UDP and CONNECTION_TYPE_RAW, which are not offered yet; 10008 for any other type.
+    // Makes the protocol connector. Returns: 0; 10003 when there is one; 10002 without a reactor; 10008 for a type that
+    // is none.
     virtual MNResult Init(unsigned long type);
 
     // The outcome, from the protocol connector. `transport` may be null. Returns: 0.

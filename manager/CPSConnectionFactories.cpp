@@ -1,5 +1,7 @@
 // The part of the manager that makes servers and clients.
+#include "acceptor/CPSAcceptorRaw.h"
 #include "acceptor/CPSAcceptorTcp.h"
+#include "acceptor/CPSAcceptorUdp.h"
 #include "connector/CPSConnectorWrapper.h"
 #include "manager/CPSConnectionManager.h"
 #include "mantle/CMNThread.h"
@@ -45,14 +47,18 @@ MNResult CPSConnectionManager::CreateConnectionServer_i(unsigned long connection
     switch (connectionType) {
     case CONNECTION_TYPE_TCP:
         out = new CPSAcceptorTcp(m_pReactor.load());
-        out->AddReference();
-        return MN_OK;
+        break;
     case CONNECTION_TYPE_UDP:
+        out = new CPSAcceptorUdp(m_pReactor.load());
+        break;
     case CONNECTION_TYPE_RAW:
-        return MN_ERROR_NOT_IMPLEMENTED;
+        out = new CPSAcceptorRaw(m_pReactor.load());
+        break;
     default:
         return MN_ERROR_INVALID_ARG;
     }
+    out->AddReference();
+    return MN_OK;
 }
 
 MNResult CPSConnectionManager::CreateConnectionClient_i(unsigned long connectionType, IPSConnector*& out)

@@ -18,7 +18,8 @@ public:
             m_pObject->ReleaseReference();
     }
     // Whether everybody else has let go meanwhile: the object dies with this hold and calls nobody any more.
-    bool IsLast() const { return m_pObject && m_pObject->GetReferenceCount() == 1; }
+    // `others`: references that do not count as somebody's.
+    bool IsLast(unsigned long others = 0) const { return m_pObject && m_pObject->GetReferenceCount() == 1 + others; }
 
     CPSSelfHoldT(const CPSSelfHoldT&) = delete;
     CPSSelfHoldT& operator=(const CPSSelfHoldT&) = delete;

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "mantle/CMNMessageBlock.h"
+#include "socket/CPSSocketBase.h"
 #include "uxport/IPSTransportSink.h"
 
 namespace uxport
@@ -51,8 +53,28 @@ int CPSTransportBase::OnClose(int, long)
     return 0;
 }
 
-MNResult CPSTransportBase::GetPeerAddr(CMNInetAddr& addr) { return AddressResult(GetOption(OPT_PEER_ADDR, &addr)); }
+int CPSTransportBase::Receive_i(CPSSocketBase& socket)
+{
+    for (int receives = 0; receives < s_nMaxReceives; ++receives) {
+        CMNMessageBlock block(s_dwReceiveSize);
+        const long received = socket.Recv(block.GetWritePtr(), block.GetSpace(), 0);
+        if (received <= 0)
+            return received == 0 ? 0 : -1;
+        block.AdvanceWritePtr(static_cast<unsigned long>(received));
+        if (m_pSink)
+            m_pSink->OnReceive(block, this, nullptr);
+    }
+    return 0;
+}
 
-MNResult CPSTransportBase::GetLocalAddr(CMNInetAddr& addr) { return AddressResult(GetOption(OPT_LOCAL_ADDR, &addr)); }
+MNResult CPSTransportBase::GetPeerAddr(CMNInetAddr& addr)
+{
+    return AddressResult(GetOption(OPT_PEER_ADDR, &addr));
+}
+
+MNResult CPSTransportBase::GetLocalAddr(CMNInetAddr& addr)
+{
+    return AddressResult(GetOption(OPT_LOCAL_ADDR, &addr));
+}
 
 }  // namespace uxport

@@ -9,6 +9,7 @@
 namespace uxport
 {
 
+class CPSSocketBase;
 class IPSReactor;
 
 // Event handler and IPSTransport at once. Thread: the reactor's. The last release deletes the object on a
@@ -39,15 +40,19 @@ public:
     // Stops everything; safe to call again. Does not call the sink. Returns: 0.
     virtual MNResult Close_t(long reason) = 0;
 
-protected:
-    explicit CPSTransportBase(IPSReactor* reactor) : m_pReactor(reactor) {}
-
     // Size of one receive, and what the socket may hold each way.
     static constexpr unsigned long s_dwReceiveSize = 65535;
     static constexpr int s_nBufferSize = 65535;
 
     // Receives of one OnInput at most; the socket stays readable, so the loop comes back.
     static constexpr int s_nMaxReceives = 1024;
+
+protected:
+    explicit CPSTransportBase(IPSReactor* reactor) : m_pReactor(reactor) {}
+
+    // Reads what waits, in blocks of s_dwReceiveSize at most, each given to the sink as it came.
+    // Returns: what OnInput answers: 0; -1 when the socket failed.
+    int Receive_i(CPSSocketBase& socket);
 
     IPSTransportSink* m_pSink = nullptr;  // not owned
     IPSReactor* m_pReactor;               // not owned

@@ -9,14 +9,14 @@
 namespace uxport
 {
 
-CPSTransportTcp::~CPSTransportTcp() { CPSTransportTcp::Close_t(0); }
+CPSTransportTcp::~CPSTransportTcp()
+{
+    CPSTransportTcp::Close_t(0);
+}
 
 MNResult CPSTransportTcp::Open_t()
 {
-    std::uint64_t size = s_nBufferSize;
-    SetOption(OPT_SEND_BUFFER, &size);
-    SetOption(OPT_RECEIVE_BUFFER, &size);
-    ps_set_snd_rcv_buffer(GetHandle(), s_nBufferSize, s_nBufferSize);
+    PSTuneBuffers(*this);
     ps_nodelay(GetHandle(), 1);
     if (ps_socket_nonblock(GetHandle()) == -1)
         return MN_ERROR_FAILURE;
@@ -75,20 +75,6 @@ MNResult CPSTransportTcp::SendInternal(CMNMessageBlock& data)
     return Write_i(data) == -1 ? MN_ERROR_NETWORK_SOCKET_ERROR : MN_OK;
 }
 
-int CPSTransportTcp::OnInput(int)
-{
-    for (int receives = 0; receives < s_nMaxReceives; ++receives) {
-        CMNMessageBlock block(s_dwReceiveSize);
-        const long received = m_Socket.Recv(block.GetWritePtr(), block.GetSpace(), 0);
-        if (received <= 0)
-            return received == 0 ? 0 : -1;
-        block.AdvanceWritePtr(static_cast<unsigned long>(received));
-        if (m_pSink)
-            m_pSink->OnReceive(block, this, nullptr);
-    }
-    return 0;
-}
-
 int CPSTransportTcp::OnOutput(int)
 {
     CPSReactorBase::RegisterHandlerIfAlive(m_pReactor, this, READ_MASK);
@@ -111,12 +97,8 @@ MNResult CPSTransportTcp::SetOption(unsigned long optionId, void* arg)
         return MN_OK;
     case OPT_KEEPALIVE:
         return SetKeepAlive_i(*static_cast<std::uint64_t*>(arg));
-    case OPT_SEND_BUFFER:
-        return PSSetSocketOption(m_Socket, PS_SOL_SOCKET, PS_SO_SNDBUF, arg, sizeof(std::uint64_t));
-    case OPT_RECEIVE_BUFFER:
-        return PSSetSocketOption(m_Socket, PS_SOL_SOCKET, PS_SO_RCVBUF, arg, sizeof(std::uint64_t));
     default:
-        return MN_ERROR_INVALID_ARG;
+        return PSSetBufferOption(m_Socket, optionId, arg);
     }
 }
 
@@ -134,13 +116,6 @@ MNResult CPSTransportTcp::GetOption(unsigned long optionId, void* arg)
     if (!arg)
         return MN_ERROR_INVALID_ARG;
     switch (optionId) {
-    case OPT_BYTES_TO_READ:
-        return PSSocketResult(m_Socket.Control(PS_FIONREAD, arg));
-    case OPT_FD:
-        *static_cast<std::int32_t*>(arg) = GetHandle();
-        return MN_OK;
-    case OPT_LOCAL_ADDR:
-        return PSSocketResult(m_Socket.GetLocalAddr(*static_cast<CMNInetAddr*>(arg)));
     case OPT_PEER_ADDR:
         return PSSocketResult(m_Socket.GetRemoteAddr(*static_cast<CMNInetAddr*>(arg)));
     case OPT_ALIVE:
@@ -153,7 +128,7 @@ MNResult CPSTransportTcp::GetOption(unsigned long optionId, void* arg)
     case OPT_RECEIVE_BUFFER:
         return PSGetSocketOption(m_Socket, PS_SOL_SOCKET, PS_SO_RCVBUF, arg);
     default:
-        return MN_ERROR_INVALID_ARG;
+        return PSGetCommonOption(m_Socket, optionId, arg);
     }
 }
 

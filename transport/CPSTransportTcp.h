@@ -22,7 +22,7 @@ public:
     int GetHandle() const override { return m_Socket.GetHandle(); }
 
     // Reads what waits, in blocks of 65535 bytes at most, each given to the sink as it came.
-    int OnInput(int handle) override;
+    int OnInput(int) override { return Receive_i(m_Socket); }
 
     // Room to write: OnSend, when it is owed.
     int OnOutput(int handle) override;

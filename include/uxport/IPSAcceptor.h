@@ -14,14 +14,18 @@ class UXPORT_API IPSAcceptor : public IPSAcceptorConnectorId
 {
 public:
     // Listens on `localAddr` and offers every peer to `sink`, which must live until StopListen has returned.
-    // The two numbers are the protocol's: TCP and UDP ignore them, raw takes address family and IP protocol.
+    // The two numbers are the protocol's: TCP and UDP ignore them, raw takes address family and IP protocol and binds
+    // nothing. UDP takes a fixed port: two acceptors on port 0 of one address would share their peers.
     // Returns: 0; 10003 while listening; 10008 for a null sink; 10001 when the socket can't be opened, bound,
-    // listened on or registered (nothing stays open).
+    // listened on or registered (nothing stays open). A UDP or raw socket that can't be made non-blocking: 10001, it
+    // stays open until the acceptor is deleted.
     [[nodiscard]] virtual MNResult StartListen(IPSAcceptorConnectorSink* sink, const CMNInetAddr& localAddr,
                                                unsigned short number1, unsigned short number2) = 0;
 
-    // Stops; no indication follows. Accepted transports live on. `reason` is not used. Returns: 0, also when
-    // nothing listens. Reenter: may be called from OnConnectIndication; StartListen may follow.
+    // Stops; no indication follows. Accepted TCP transports live on; UDP and raw ones, which use the acceptor's socket,
+    // are closed without OnDisconnect. Raw ones open again when their peer sends after a start. `reason` is not used.
+    // An acceptor of these two that only its transports keep alive stops by itself.
+    // Returns: 0, also when nothing listens. Reenter: may be called from OnConnectIndication; StartListen may follow.
     virtual MNResult StopListen(long reason) = 0;
 };
 

@@ -27,9 +27,10 @@ public:
     virtual IPSTransportSink* GetSink() = 0;
 
     // Sends the readable bytes of `data` and moves its read position past what was taken; `param`, when given,
-    // receives the count. Returns: 0 all was taken; 10013 a part or nothing was: the rest stays in `data` and
-    // OnSend tells when to try again (TCP); 10002 closed; 20001 the socket has failed (TCP); 10001 the datagram
-    // was refused (UDP, raw).
+    // receives the count. UDP and raw send the first block of the chain alone, as one datagram, also an empty one, and
+    // count the whole chain, taken or not. Returns: 0 all was taken; 10013 a part or nothing was: the rest stays in
+    // `data` and OnSend tells when to try again (TCP); 10002 closed; 20001 the socket has failed (TCP); 10001 the
+    // datagram was refused (UDP, raw).
     virtual MNResult SendData(CMNMessageBlock& data, CPSTransportParameter* param) = 0;
 
     // Options, see PSDefines.h. Returns: 0; 10008 for null, an option that this transport does not have or a

@@ -56,6 +56,23 @@ public:
         return mantle::MN_OK;
     }
 
+    // Shows every transport to `visit`, under the mutex.
+    template <class Visit>
+    void ForEach(Visit visit)
+    {
+        mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(m_Mutex);
+        for (const auto& entry : m_Transports)
+            visit(*entry.second);
+    }
+
+    // Takes every entry out.
+    void Clear()
+    {
+        CMap transports;
+        mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(m_Mutex);
+        transports.swap(m_Transports);
+    }
+
     std::size_t GetTransportsCount()
     {
         mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(m_Mutex);
@@ -64,9 +81,10 @@ public:
 
 private:
     using CReference = mantle::CMNAutoPtr<T>;
+    using CMap = std::unordered_map<CMNPairInetAddr, CReference, InetAddrHash>;
 
     mantle::CMNMutexThread m_Mutex;
-    std::unordered_map<CMNPairInetAddr, CReference, InetAddrHash> m_Transports MN_GUARDED_BY(m_Mutex);
+    CMap m_Transports MN_GUARDED_BY(m_Mutex);
 };
 
 }  // namespace connhub

@@ -58,12 +58,13 @@ TEST_F(CPSConnectorWrapperTest, Init_UnknownTypes_ReturnInvalidArg)
     EXPECT_EQ(m_Stack.TakeCalls(), CCalls());
 }
 
-TEST_F(CPSConnectorWrapperTest, Init_DatagramTypes_AreNotOfferedYet)
+TEST_F(CPSConnectorWrapperTest, Init_EveryType_MakesOneConnector)
 {
-    CPSConnectorWrapper bare(&m_Reactor);
-    EXPECT_EQ(bare.Init(1), MN_ERROR_NOT_IMPLEMENTED);
-    EXPECT_EQ(bare.Init(8), MN_ERROR_NOT_IMPLEMENTED);
-    EXPECT_EQ(bare.Init(2), MN_OK);
+    for (const unsigned long type : {1ul, 2ul, 8ul}) {
+        CPSConnectorWrapper bare(&m_Reactor);
+        EXPECT_EQ(bare.Init(type), MN_OK) << type;
+        EXPECT_EQ(bare.Init(type), MN_ERROR_ALREADY_INITIALIZED) << type;
+    }
 }
 
 TEST_F(CPSConnectorWrapperTest, AsycConnect_InitRefused_FailsThroughTheTimer)

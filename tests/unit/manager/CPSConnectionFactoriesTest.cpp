@@ -3,7 +3,9 @@
 
 #include <thread>
 
+#include "acceptor/CPSAcceptorRaw.h"
 #include "acceptor/CPSAcceptorTcp.h"
+#include "acceptor/CPSAcceptorUdp.h"
 #include "connector/CPSConnectorWrapper.h"
 #include "mantle/CMNInetAddr.h"
 #include "proxy/CPSAcceptorThreadProxy.h"
@@ -128,12 +130,20 @@ TEST_F(CPSConnectionFactoriesTest, CreateServer_TcpOnTheNetworkThread_GivesAnAcc
     });
 }
 
-TEST_F(CPSConnectionFactoriesTest, CreateServer_DatagramTypesOnTheNetworkThread_AreNotOfferedYet)
+TEST_F(CPSConnectionFactoriesTest, CreateServer_DatagramTypesOnTheNetworkThread_GiveAnAcceptorWithOneReference)
 {
     ASSERT_EQ(m_pManager->Init(1), MN_OK);
     OnNetworkThread([this] {
-        ExpectServer(1, MN_ERROR_NOT_IMPLEMENTED, nullptr);
-        ExpectServer(8, MN_ERROR_NOT_IMPLEMENTED, nullptr);
+        for (const unsigned long type : {1ul, 8ul}) {
+            IPSAcceptor* acceptor = m_pNoAcceptor;
+            ASSERT_EQ(m_pManager->CreateConnectionServer(type, acceptor), MN_OK);
+            EXPECT_EQ(dynamic_cast<CPSAcceptorRaw*>(acceptor) != nullptr, type == 1);
+            EXPECT_EQ(dynamic_cast<CPSAcceptorUdp*>(acceptor) != nullptr, type == 8);
+            EXPECT_FALSE(acceptor->IsConnector());
+            EXPECT_EQ(NewLiveObjects(), 1);
+            EXPECT_EQ(acceptor->ReleaseReference(), 0u);
+            EXPECT_EQ(NewLiveObjects(), 0);
+        }
     });
 }
 
@@ -165,13 +175,20 @@ TEST_F(CPSConnectionFactoriesTest, CreateClient_TcpOnTheNetworkThread_GivesAConn
     });
 }
 
-TEST_F(CPSConnectionFactoriesTest, CreateClient_DatagramTypesOnTheNetworkThread_AreNotOfferedYet)
+TEST_F(CPSConnectionFactoriesTest, CreateClient_DatagramTypesOnTheNetworkThread_GiveAConnectorWithOneReference)
 {
     ASSERT_EQ(m_pManager->Init(1), MN_OK);
     OnNetworkThread([this] {
-        ExpectClient(1, MN_ERROR_NOT_IMPLEMENTED, nullptr);
-        ExpectClient(8, MN_ERROR_NOT_IMPLEMENTED, nullptr);
-        EXPECT_EQ(NewLiveObjects(), 0);
+        for (const unsigned long type : {1ul, 8ul}) {
+            IPSConnector* connector = m_pNoConnector;
+            ASSERT_EQ(m_pManager->CreateConnectionClient(type, connector), MN_OK);
+            auto* wrapper = dynamic_cast<CPSConnectorWrapper*>(connector);
+            ASSERT_NE(wrapper, nullptr);
+            EXPECT_EQ(wrapper->Init(type), MN_ERROR_ALREADY_INITIALIZED);
+            EXPECT_EQ(NewLiveObjects(), 1);
+            EXPECT_EQ(connector->ReleaseReference(), 0u);
+            EXPECT_EQ(NewLiveObjects(), 0);
+        }
     });
 }
 
