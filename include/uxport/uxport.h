@@ -2,6 +2,7 @@
 #ifndef UXPORT_UXPORT_H
 #define UXPORT_UXPORT_H
 
+#include "uxport/CLowlevelP2PTransport.h"
 #include "uxport/CPSTimerWrapperID.h"
 #include "uxport/CPSTransportParameter.h"
 #include "uxport/IPSAcceptor.h"
