@@ -11,7 +11,10 @@
 namespace uxport
 {
 
-CPSAcceptorTcp::~CPSAcceptorTcp() { CPSAcceptorTcp::StopListen(0); }
+CPSAcceptorTcp::~CPSAcceptorTcp()
+{
+    CPSAcceptorTcp::StopListen(0);
+}
 
 MNResult CPSAcceptorTcp::StartListen(IPSAcceptorConnectorSink* sink, const CMNInetAddr& localAddr, unsigned short,
                                      unsigned short)

@@ -42,11 +42,11 @@ private:
     MNResult CreateConnectionServer_i(unsigned long connectionType, IPSAcceptor*& out);
     MNResult CreateConnectionClient_i(unsigned long connectionType, IPSConnector*& out);
 
-    std::atomic<IPSReactor*> m_pReactor{nullptr};          // owned
-    std::list<std::unique_ptr<IPSReactor>> m_Replaced;     // of failed Inits; threads may still run them
+    std::atomic<IPSReactor*> m_pReactor{nullptr};       // owned
+    std::list<std::unique_ptr<IPSReactor>> m_Replaced;  // of failed Inits; threads may still run them
     unsigned int m_dwThreadCount = 0;
     bool m_bInitialized = false;
-    std::list<CPSThreadReactor*> m_Threads;                // in the order of creation; only Init changes it
+    std::list<CPSThreadReactor*> m_Threads;  // in the order of creation; only Init changes it
 };
 
 }  // namespace uxport

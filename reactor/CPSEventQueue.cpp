@@ -14,7 +14,10 @@ const CMNTimeValue CPSEventQueueBase::s_tvReportInterval(0, 50000);
 
 CPSEventQueueBase::CPSEventQueueBase() : m_tvReport(CMNTimeValue::GetTimeOfDay()) {}
 
-CPSEventQueueBase::~CPSEventQueueBase() { DestoryPendingEvents(); }
+CPSEventQueueBase::~CPSEventQueueBase()
+{
+    DestoryPendingEvents();
+}
 
 MNResult CPSEventQueueBase::PostEvent(IMNEvent* event, EPriority)
 {
@@ -144,6 +147,9 @@ void CPSEventQueueUsingMutex::DestoryPendingEvents()
     }
 }
 
-CPSEventQueueUsingMutex::~CPSEventQueueUsingMutex() { DestoryPendingEvents(); }
+CPSEventQueueUsingMutex::~CPSEventQueueUsingMutex()
+{
+    DestoryPendingEvents();
+}
 
 }  // namespace uxport

@@ -56,8 +56,8 @@ protected:
 
     std::list<IMNEvent*> m_Pending;
     std::atomic<unsigned long> m_dwPendingCount{0};
-    CMNTimeValue m_tvReport;                         // when the queue was made
-    std::atomic<unsigned long> m_dwOwnerThread{0};   // thread that runs the events, 0 before Open
+    CMNTimeValue m_tvReport;                        // when the queue was made
+    std::atomic<unsigned long> m_dwOwnerThread{0};  // thread that runs the events, 0 before Open
     std::atomic<unsigned int> m_dwStopped{0};
 
     static const CMNTimeValue s_tvReportInterval;

@@ -58,8 +58,8 @@ private:
 
     CPSPipe m_Pipe;
     std::atomic<CPSReactorBase*> m_pReactor{nullptr};  // not owned
-    std::atomic<int> m_nRecords{0};          // written or being written, and not read yet
-    std::atomic<bool> m_bEventsOwed{false};  // an EVENTQUEUE_MASK record found no room
+    std::atomic<int> m_nRecords{0};                    // written or being written, and not read yet
+    std::atomic<bool> m_bEventsOwed{false};            // an EVENTQUEUE_MASK record found no room
 };
 
 }  // namespace uxport

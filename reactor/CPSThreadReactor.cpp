@@ -6,7 +6,10 @@
 namespace uxport
 {
 
-CPSThreadReactor::~CPSThreadReactor() { delete m_pReactor.load(); }
+CPSThreadReactor::~CPSThreadReactor()
+{
+    delete m_pReactor.load();
+}
 
 MNResult CPSThreadReactor::Init(IPSReactor* reactor)
 {
@@ -42,8 +45,14 @@ void CPSThreadReactor::OnThreadRun()
     }
 }
 
-IMNEventQueue* CPSThreadReactor::GetEventQueue() { return m_pReactor.load(); }
+IMNEventQueue* CPSThreadReactor::GetEventQueue()
+{
+    return m_pReactor.load();
+}
 
-IMNTimerQueue* CPSThreadReactor::GetTimerQueue() { return m_pReactor.load(); }
+IMNTimerQueue* CPSThreadReactor::GetTimerQueue()
+{
+    return m_pReactor.load();
+}
 
 }  // namespace uxport

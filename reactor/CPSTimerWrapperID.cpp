@@ -9,7 +9,10 @@ using mantle::CMNThreadManager;
 namespace uxport
 {
 
-CPSTimerWrapperID::~CPSTimerWrapperID() { Cancel(); }
+CPSTimerWrapperID::~CPSTimerWrapperID()
+{
+    Cancel();
+}
 
 MNResult CPSTimerWrapperID::Schedule(IPSTimerWrapperIDSink* sink, const CMNTimeValue& interval, unsigned int count)
 {

@@ -22,6 +22,9 @@ int CPSIPCBase::Disable(int value)
     return ps_fcntl(GetHandle(), PS_F_SETFL, flags & ~PS_O_NONBLOCK) == -1 ? -1 : 0;
 }
 
-int CPSIPCBase::Control(int command, void* arg) { return ps_ioctl(GetHandle(), command, arg); }
+int CPSIPCBase::Control(int command, void* arg)
+{
+    return ps_ioctl(GetHandle(), command, arg);
+}
 
 }  // namespace uxport

@@ -74,7 +74,10 @@ long CPSSocketBase::Send(const char* buffer, unsigned long length, int flags)
     return ps_send(GetHandle(), buffer, length, flags);
 }
 
-long CPSSocketBase::RecvV(iovec_ace*, unsigned long) { return -1; }
+long CPSSocketBase::RecvV(iovec_ace*, unsigned long)
+{
+    return -1;
+}
 
 long CPSSocketBase::SendV(const iovec_ace* pieces, unsigned long count)
 {
@@ -86,9 +89,15 @@ long CPSSocketBase::SendV(const iovec_ace* pieces, unsigned long count)
     return ps_writev(GetHandle(), vector, count);
 }
 
-int CPSSocketBase::GetLocalAddr(CMNInetAddr& address) const { return GetName(ps_getsockname, GetHandle(), address); }
+int CPSSocketBase::GetLocalAddr(CMNInetAddr& address) const
+{
+    return GetName(ps_getsockname, GetHandle(), address);
+}
 
-int CPSSocketBase::GetRemoteAddr(CMNInetAddr& address) const { return GetName(ps_getpeername, GetHandle(), address); }
+int CPSSocketBase::GetRemoteAddr(CMNInetAddr& address) const
+{
+    return GetName(ps_getpeername, GetHandle(), address);
+}
 
 int CPSSocketBase::Bind_i(const CMNInetAddr& local)
 {

@@ -16,7 +16,10 @@ int CPSSocketRaw::OpenRawSocket(unsigned short family, unsigned short protocol, 
     return result == 0 ? Bind_i(local) : result;
 }
 
-int CPSSocketRaw::Close(long) { return CPSSocketBase::Close(); }
+int CPSSocketRaw::Close(long)
+{
+    return CPSSocketBase::Close();
+}
 
 long CPSSocketRaw::RecvFrom(char* buffer, unsigned long length, CMNInetAddr& from, int flags)
 {

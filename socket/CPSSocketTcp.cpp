@@ -5,7 +5,10 @@
 namespace uxport
 {
 
-int CPSSocketTcp::Open(int reuse) { return CPSSocketBase::Open(PS_AF_INET, PS_SOCK_STREAM, 0, reuse); }
+int CPSSocketTcp::Open(int reuse)
+{
+    return CPSSocketBase::Open(PS_AF_INET, PS_SOCK_STREAM, 0, reuse);
+}
 
 int CPSSocketTcp::Open(int reuse, const CMNInetAddr& local)
 {
@@ -13,10 +16,19 @@ int CPSSocketTcp::Open(int reuse, const CMNInetAddr& local)
     return result == 0 ? Bind_i(local) : result;
 }
 
-int CPSSocketTcp::Close(long) { return CPSSocketBase::Close(); }
+int CPSSocketTcp::Close(long)
+{
+    return CPSSocketBase::Close();
+}
 
-int CPSSocketTcp::CloseWriter() { return ps_shutdown(GetHandle(), PS_SHUT_WR); }
+int CPSSocketTcp::CloseWriter()
+{
+    return ps_shutdown(GetHandle(), PS_SHUT_WR);
+}
 
-int CPSSocketTcp::CloseReader() { return ps_shutdown(GetHandle(), PS_SHUT_RD); }
+int CPSSocketTcp::CloseReader()
+{
+    return ps_shutdown(GetHandle(), PS_SHUT_RD);
+}
 
 }  // namespace uxport

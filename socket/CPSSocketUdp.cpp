@@ -21,6 +21,9 @@ long CPSSocketUdp::SendTo(const char* buffer, unsigned long length, const CMNIne
     return SendTo_i(buffer, length, to, flags);
 }
 
-long CPSSocketUdp::SendVTo(const iovec_ace*, unsigned long, const CMNInetAddr&) { return -1; }
+long CPSSocketUdp::SendVTo(const iovec_ace*, unsigned long, const CMNInetAddr&)
+{
+    return -1;
+}
 
 }  // namespace uxport

@@ -70,18 +70,18 @@ inline constexpr long READ_WATCH_MASK = ACCEPT_MASK | CONNECT_MASK | READ_MASK; 
 // Transport options (IPSTransport::SetOption and GetOption), with the type of the value behind the pointer.
 enum : unsigned long
 {
-    OPT_BYTES_TO_READ = 101,        // get: bytes waiting, 32-bit int
-    OPT_RESERVED_102 = 102,         // answered by no transport
-    OPT_FD = 103,                   // get: the socket handle, 32-bit int; set on TCP: -1 forgets the socket unclosed
-    OPT_LOCAL_ADDR = 104,           // get: CMNInetAddr
-    OPT_PEER_ADDR = 105,            // get: CMNInetAddr
-    OPT_ALIVE = 106,                // get: 1 alive, 0 not, 32-bit int
-    OPT_TYPE = 107,                 // get: connection type, 64-bit
-    OPT_KEEPALIVE = 108,            // set on TCP: seconds until the first probe, 0 off, 64-bit
-    OPT_SEND_BUFFER = 109,          // bytes, 64-bit
-    OPT_RECEIVE_BUFFER = 110,       // bytes, 64-bit
-    OPT_NETWORK_TRANSPORT = 112,    // get on a transport of a user thread: its network-side IPSTransport*
-    OPT_RAW_HEADER_INCLUDED = 136   // set on raw: the sender writes the IP header, 64-bit
+    OPT_BYTES_TO_READ = 101,       // get: bytes waiting, 32-bit int
+    OPT_RESERVED_102 = 102,        // answered by no transport
+    OPT_FD = 103,                  // get: the socket handle, 32-bit int; set on TCP: -1 forgets the socket unclosed
+    OPT_LOCAL_ADDR = 104,          // get: CMNInetAddr
+    OPT_PEER_ADDR = 105,           // get: CMNInetAddr
+    OPT_ALIVE = 106,               // get: 1 alive, 0 not, 32-bit int
+    OPT_TYPE = 107,                // get: connection type, 64-bit
+    OPT_KEEPALIVE = 108,           // set on TCP: seconds until the first probe, 0 off, 64-bit
+    OPT_SEND_BUFFER = 109,         // bytes, 64-bit
+    OPT_RECEIVE_BUFFER = 110,      // bytes, 64-bit
+    OPT_NETWORK_TRANSPORT = 112,   // get on a transport of a user thread: its network-side IPSTransport*
+    OPT_RAW_HEADER_INCLUDED = 136  // set on raw: the sender writes the IP header, 64-bit
 };
 
 }  // namespace uxport

@@ -56,7 +56,8 @@ void CIPAddress::Write(ps_sockaddr* address, int* length) const noexcept
     if (!address || !length) {
         return;
     }
-    union {
+    union
+    {
         ps_sockaddr_in in;
         ps_sockaddr_in6 in6;
     } record;

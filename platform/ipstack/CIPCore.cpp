@@ -153,8 +153,7 @@ bool CIPCore::IsFragment(const pbuf* packet) noexcept
 bool CIPCore::HasPackets() const noexcept
 {
     netif* link;
-    NETIF_FOREACH(link)
-    {
+    NETIF_FOREACH(link) {
         if (link->loop_first) {
             return true;
         }
@@ -229,8 +228,7 @@ unsigned int CIPCore::DrainStretch(unsigned int limit)
     while (found) {
         found = false;
         netif* link;
-        NETIF_FOREACH(link)
-        {
+        NETIF_FOREACH(link) {
             while (link->loop_first) {
                 if (count == limit) {
                     return count;

@@ -71,6 +71,8 @@ private:
 
     CIPCore();
     ~CIPCore() = delete;
+    CIPCore(const CIPCore&) = delete;
+    CIPCore& operator=(const CIPCore&) = delete;
 
     void Lock();
 
@@ -89,16 +91,16 @@ private:
     void StepTimer(long long now);
 
     std::mutex m_Mutex;
-    std::atomic<unsigned int> m_dwWaiting{0};   // threads that want the lock now
+    std::atomic<unsigned int> m_dwWaiting{0};  // threads that want the lock now
     std::atomic<bool> m_bStarted{false};
 
     CIPWakeList m_Wakes;
     CIPShortList<CIPLink> m_Outputs;
-    CIPShortList<CIPLink> m_LeftOutputs;        // left to the stack's own thread
+    CIPShortList<CIPLink> m_LeftOutputs;  // left to the stack's own thread
     long long m_llTcpDeadline = CIPTimerSource::NoDeadline;
     long long m_llReassDeadline = CIPTimerSource::NoDeadline;
-    unsigned int m_dwReassTicks = 0;            // ticks that reassembly still gets
-    bool m_bDrainLeft = false;                  // packets are left to the stack's own thread
+    unsigned int m_dwReassTicks = 0;  // ticks that reassembly still gets
+    bool m_bDrainLeft = false;        // packets are left to the stack's own thread
 
     CIPStackThread* m_pThread;
 };

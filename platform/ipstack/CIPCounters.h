@@ -13,62 +13,62 @@ namespace ipstack
 
 // Each counter: its identifier and its name. The filter's rows are the reasons why a link's packet was dropped
 // before the stack saw it: link.in = link.delivered + the sum of filter.*.
-#define UXPORT_IPSTACK_COUNTERS(X)                                 \
-    X(LinkIn, "link.in")                                           \
-    X(LinkInBytes, "link.in_bytes")                                \
-    X(LinkDelivered, "link.delivered")                             \
-    X(LinkOut, "link.out")                                         \
-    X(LinkOutBytes, "link.out_bytes")                              \
-    X(LinkOutputFull, "link.output_full")                          \
-    X(FilterTooShort, "filter.too_short")                          \
-    X(FilterTooLong, "filter.longer_than_mtu")                     \
-    X(FilterVersion, "filter.version")                             \
-    X(FilterHeaderLength, "filter.header_length")                  \
-    X(FilterTotalLength, "filter.total_length")                    \
-    X(FilterLoopbackAddress, "filter.loopback_address")            \
-    X(FilterOwnSource, "filter.own_source")                        \
-    X(FilterBadSource, "filter.source_not_unicast")                \
-    X(FilterNotOurs, "filter.not_ours")                            \
-    X(FilterMulticast, "filter.multicast")                         \
-    X(FilterFragmentEmpty, "filter.fragment_empty")                \
-    X(FilterFragmentTooLong, "filter.fragment_too_long")           \
-    X(FilterFragmentOdd, "filter.fragment_odd_length")             \
-    X(FilterFragmentNested, "filter.fragment_nested")              \
-    X(FilterHopByHop, "filter.hop_by_hop_not_first")               \
-    X(FilterExtensionLength, "filter.extension_length")            \
-    X(FilterExtensionCount, "filter.extension_count")              \
-    X(FilterNeighbour, "filter.neighbour_discovery")               \
-    X(FilterNoMemory, "filter.no_memory")                          \
-    X(FilterLinkClosing, "filter.link_closing")                    \
-    X(SegmentBadOption, "segment.bad_option")                      \
-    X(SegmentBadFlags, "segment.bad_flags")                        \
-    X(SegmentBeyondWindow, "segment.beyond_window")                \
-    X(SegmentBeyondFin, "segment.beyond_fin")                      \
-    X(SegmentZeroWindowAck, "segment.zero_window_ack")             \
-    X(SegmentOptionCleared, "segment.option_cleared")              \
-    X(SegmentMssRaised, "segment.mss_raised")                      \
-    X(SegmentBacklog, "segment.backlog_full")                      \
-    X(DemuxTcpHit, "demux.tcp_hit")                                \
-    X(DemuxTcpMiss, "demux.tcp_miss")                              \
-    X(DemuxUdpHit, "demux.udp_hit")                                \
-    X(DemuxFull, "demux.full_list")                                \
-    X(DrainLimit, "drain.limit")                                   \
-    X(AssertionFailed, "stack.assertion")                          \
-    X(CoreLockMissing, "stack.core_lock_missing")                  \
-    X(TcpUnreadDiscarded, "tcp.unread_discarded_bytes")            \
-    X(TcpUnsentDiscarded, "tcp.unsent_discarded_bytes")            \
-    X(TcpOrphanAborted, "tcp.orphan_aborted")                      \
-    X(TcpTimeWaitDropped, "tcp.time_wait_dropped")                 \
-    X(UdpQueueFull, "udp.queue_full")                              \
-    X(UdpBadLength, "udp.bad_length")                              \
-    X(UdpNoChecksum, "udp.no_checksum")                            \
-    X(UdpCutBytes, "udp.cut_bytes")                                \
-    X(RawQueueFull, "raw.queue_full")                              \
-    X(RawCutBytes, "raw.cut_bytes")                                \
-    X(WireLost, "wire.lost")                                       \
-    X(WireQueueFull, "wire.queue_full")                            \
-    X(WireDuplicated, "wire.duplicated")                           \
-    X(WireReordered, "wire.reordered")
+#define UXPORT_IPSTACK_COUNTERS(X)                     \
+  X(LinkIn, "link.in")                                 \
+  X(LinkInBytes, "link.in_bytes")                      \
+  X(LinkDelivered, "link.delivered")                   \
+  X(LinkOut, "link.out")                               \
+  X(LinkOutBytes, "link.out_bytes")                    \
+  X(LinkOutputFull, "link.output_full")                \
+  X(FilterTooShort, "filter.too_short")                \
+  X(FilterTooLong, "filter.longer_than_mtu")           \
+  X(FilterVersion, "filter.version")                   \
+  X(FilterHeaderLength, "filter.header_length")        \
+  X(FilterTotalLength, "filter.total_length")          \
+  X(FilterLoopbackAddress, "filter.loopback_address")  \
+  X(FilterOwnSource, "filter.own_source")              \
+  X(FilterBadSource, "filter.source_not_unicast")      \
+  X(FilterNotOurs, "filter.not_ours")                  \
+  X(FilterMulticast, "filter.multicast")               \
+  X(FilterFragmentEmpty, "filter.fragment_empty")      \
+  X(FilterFragmentTooLong, "filter.fragment_too_long") \
+  X(FilterFragmentOdd, "filter.fragment_odd_length")   \
+  X(FilterFragmentNested, "filter.fragment_nested")    \
+  X(FilterHopByHop, "filter.hop_by_hop_not_first")     \
+  X(FilterExtensionLength, "filter.extension_length")  \
+  X(FilterExtensionCount, "filter.extension_count")    \
+  X(FilterNeighbour, "filter.neighbour_discovery")     \
+  X(FilterNoMemory, "filter.no_memory")                \
+  X(FilterLinkClosing, "filter.link_closing")          \
+  X(SegmentBadOption, "segment.bad_option")            \
+  X(SegmentBadFlags, "segment.bad_flags")              \
+  X(SegmentBeyondWindow, "segment.beyond_window")      \
+  X(SegmentBeyondFin, "segment.beyond_fin")            \
+  X(SegmentZeroWindowAck, "segment.zero_window_ack")   \
+  X(SegmentOptionCleared, "segment.option_cleared")    \
+  X(SegmentMssRaised, "segment.mss_raised")            \
+  X(SegmentBacklog, "segment.backlog_full")            \
+  X(DemuxTcpHit, "demux.tcp_hit")                      \
+  X(DemuxTcpMiss, "demux.tcp_miss")                    \
+  X(DemuxUdpHit, "demux.udp_hit")                      \
+  X(DemuxFull, "demux.full_list")                      \
+  X(DrainLimit, "drain.limit")                         \
+  X(AssertionFailed, "stack.assertion")                \
+  X(CoreLockMissing, "stack.core_lock_missing")        \
+  X(TcpUnreadDiscarded, "tcp.unread_discarded_bytes")  \
+  X(TcpUnsentDiscarded, "tcp.unsent_discarded_bytes")  \
+  X(TcpOrphanAborted, "tcp.orphan_aborted")            \
+  X(TcpTimeWaitDropped, "tcp.time_wait_dropped")       \
+  X(UdpQueueFull, "udp.queue_full")                    \
+  X(UdpBadLength, "udp.bad_length")                    \
+  X(UdpNoChecksum, "udp.no_checksum")                  \
+  X(UdpCutBytes, "udp.cut_bytes")                      \
+  X(RawQueueFull, "raw.queue_full")                    \
+  X(RawCutBytes, "raw.cut_bytes")                      \
+  X(WireLost, "wire.lost")                             \
+  X(WireQueueFull, "wire.queue_full")                  \
+  X(WireDuplicated, "wire.duplicated")                 \
+  X(WireReordered, "wire.reordered")
 
 // 64-bit counters that any thread may raise and read.
 class CIPCounters
@@ -91,7 +91,10 @@ public:
     {
         s_Values[id].store(s_Values[id].load(std::memory_order_relaxed) + amount, std::memory_order_relaxed);
     }
-    static std::uint64_t Get(EId id) noexcept { return s_Values[id].load(std::memory_order_relaxed); }
+    static std::uint64_t Get(EId id) noexcept
+    {
+        return s_Values[id].load(std::memory_order_relaxed);
+    }
 
     static const char* GetName(EId id) noexcept;
 

@@ -42,8 +42,7 @@ public:
     // The connection of a flow; one that is not in TIME_WAIT goes before one that is.
     tcp_pcb* Find(const CIPFlow& flow) const noexcept
     {
-        const std::uint64_t hash =
-            Hash(flow.m_Destination, flow.m_wDestinationPort, flow.m_Source, flow.m_wSourcePort);
+        const std::uint64_t hash = Hash(flow.m_Destination, flow.m_wDestinationPort, flow.m_Source, flow.m_wSourcePort);
         tcp_pcb* found = nullptr;
         for (const CTcpNode* node = m_Buckets[hash & m_nMask]; node != nullptr; node = node->m_pNext) {
             tcp_pcb* pcb = node->m_pPcb;

@@ -53,7 +53,7 @@ struct CUdpTable
     std::unordered_map<const udp_pcb*, CUdpFile> m_Files;
     std::unordered_map<u16_t, CUdpList> m_Unconnected;
     std::unordered_map<CUdpPeer, CUdpList, CUdpPeerHash> m_Connected;
-    std::vector<std::pair<udp_pcb*, udp_pcb*>> m_Saved;   // has room for every socket
+    std::vector<std::pair<udp_pcb*, udp_pcb*>> m_Saved;  // has room for every socket
 
     static CUdpTable& Instance() noexcept
     {
@@ -123,12 +123,10 @@ err_t CIPDemuxUdp::Input(const CIPFlow& flow, pbuf* packet, netif* link) noexcep
     const CUdpList* unconnected = unconnectedAt == table.m_Unconnected.end() ? nullptr : &unconnectedAt->second;
     const CUdpList* connected = nullptr;
     if (!table.m_Connected.empty()) {
-        const auto at =
-            table.m_Connected.find(CUdpPeer{flow.m_wDestinationPort, flow.m_wSourcePort, flow.m_Source});
+        const auto at = table.m_Connected.find(CUdpPeer{flow.m_wDestinationPort, flow.m_wSourcePort, flow.m_Source});
         connected = at == table.m_Connected.end() ? nullptr : &at->second;
     }
-    const bool broadcast = !IP_IS_V6_VAL(flow.m_Destination) &&
-                           ip_2_ip4(&flow.m_Destination)->addr == IPADDR_BROADCAST;
+    const bool broadcast = !IP_IS_V6_VAL(flow.m_Destination) && ip_2_ip4(&flow.m_Destination)->addr == IPADDR_BROADCAST;
     if (broadcast || (connected == nullptr && unconnected == nullptr)) {
         CIPCounters::AddLocked(CIPCounters::DemuxFull);
         return ip_input(packet, link);
@@ -156,8 +154,7 @@ void CIPDemuxUdp::Add(udp_pcb* pcb) noexcept
         if (table.m_Saved.capacity() <= table.m_Files.size()) {
             table.m_Saved.reserve(2 * (table.m_Files.size() + 1));
         }
-        CUdpList& list =
-            file.m_bConnected ? table.m_Connected[file.m_Peer] : table.m_Unconnected[pcb->local_port];
+        CUdpList& list = file.m_bConnected ? table.m_Connected[file.m_Peer] : table.m_Unconnected[pcb->local_port];
         table.m_Files.emplace(pcb, file);
         list.push_back(pcb);
     } catch (const std::bad_alloc&) {

@@ -12,7 +12,7 @@ namespace ipstack
 namespace
 {
 
-constexpr u16_t FragmentMask4 = 0x3FFF;    // more fragments, offset
+constexpr u16_t FragmentMask4 = 0x3FFF;  // more fragments, offset
 constexpr u16_t PortsLength = 4;
 constexpr u16_t SequenceAt = 4;
 constexpr u16_t FlagsAt = 13;

@@ -12,8 +12,8 @@ namespace ipstack
 namespace
 {
 
-constexpr long long TickUs = 4;                // RFC 6528, section 3
-constexpr std::size_t AddressRoom = 1 + 16;    // family, address
+constexpr long long TickUs = 4;              // RFC 6528, section 3
+constexpr std::size_t AddressRoom = 1 + 16;  // family, address
 constexpr std::size_t MessageLength = 2 * (AddressRoom + 2);
 
 std::uint8_t* PutAddress(std::uint8_t* at, const ip_addr_t& address) noexcept

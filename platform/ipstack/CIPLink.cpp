@@ -21,10 +21,10 @@ namespace
 
 using Guard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
 
-constexpr unsigned int s_dwMtuLeast4 = 576;    // RFC 791
-constexpr unsigned int s_dwMtuLeast6 = 1280;   // RFC 8200, section 5
+constexpr unsigned int s_dwMtuLeast4 = 576;   // RFC 791
+constexpr unsigned int s_dwMtuLeast6 = 1280;  // RFC 8200, section 5
 constexpr unsigned int s_dwMtuMost = 65535;
-constexpr unsigned int s_dwMaxLinks = 200;     // lwIP counts them with 8 bits
+constexpr unsigned int s_dwMaxLinks = 200;  // lwIP counts them with 8 bits
 
 // Four decimal numbers, nothing else.
 bool ReadDotted(const std::string& text, ip4_addr_t& address)

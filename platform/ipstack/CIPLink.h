@@ -53,8 +53,8 @@ private:
     IIPStackLowLevel& m_LowLevel;
     netif m_Netif{};
     u16_t m_wMtu = 0;
-    bool m_bOpen = false;       // the core lock
-    bool m_bListed = false;     // the core lock: in the core's list of links with output
+    bool m_bOpen = false;    // the core lock
+    bool m_bListed = false;  // the core lock: in the core's list of links with output
     std::atomic<unsigned int> m_dwInside{0};
 
     mutable mantle::CMNMutexThread m_Mutex;

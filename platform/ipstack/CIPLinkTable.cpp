@@ -90,9 +90,9 @@ netif* FindOwner4(std::uint32_t address) noexcept
 netif* FindOwner6(const CIPAddress6& address) noexcept
 {
     const std::vector<COwner6>& owners = Table().m_Owners6;
-    const auto at = std::lower_bound(
-        owners.begin(), owners.end(), address,
-        [](const COwner6& owner, const CIPAddress6& key) { return owner.m_Address < key; });
+    const auto at =
+        std::lower_bound(owners.begin(), owners.end(), address,
+                         [](const COwner6& owner, const CIPAddress6& key) { return owner.m_Address < key; });
     return at != owners.end() && at->m_Address == address ? at->m_pLink : nullptr;
 }
 

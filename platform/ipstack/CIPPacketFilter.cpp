@@ -184,8 +184,8 @@ bool AreOptionsInside(const std::uint8_t* header, std::size_t length) noexcept
 
 bool IsNeighbourMessage(const std::uint8_t* message, std::size_t length) noexcept
 {
-    return length > 0 && (message[0] == IcmpPacketTooBig ||
-                          (message[0] >= IcmpNeighbourFirst && message[0] <= IcmpNeighbourLast));
+    return length > 0 &&
+           (message[0] == IcmpPacketTooBig || (message[0] >= IcmpNeighbourFirst && message[0] <= IcmpNeighbourLast));
 }
 
 // The headers between the IPv6 header and the payload.

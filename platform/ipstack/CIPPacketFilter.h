@@ -21,8 +21,8 @@ using CIPAddress6 = std::array<std::uint8_t, 16>;
 // The addresses of all links, loopback's excepted. IPv4 addresses are in network order.
 struct CIPOwnAddresses
 {
-    std::vector<std::uint32_t> m_Addresses4;   // sorted
-    std::vector<CIPAddress6> m_Addresses6;     // sorted
+    std::vector<std::uint32_t> m_Addresses4;  // sorted
+    std::vector<CIPAddress6> m_Addresses6;    // sorted
 
     bool Has4(std::uint32_t address) const noexcept;
     bool Has6(const CIPAddress6& address) const noexcept;

@@ -27,9 +27,9 @@ public:
     // What a use of an address keeps out.
     enum EUse : unsigned int
     {
-        Bound,     // a socket is bound to it: nobody else may be
-        Open,      // an accepted connection: nobody else may bind
-        Closing,   // a connection that no socket has any more: address reuse binds past it
+        Bound,    // a socket is bound to it: nobody else may be
+        Open,     // an accepted connection: nobody else may bind
+        Closing,  // a connection that no socket has any more: address reuse binds past it
         UseCount
     };
 

@@ -4,8 +4,8 @@
 #include <random>
 
 #if defined(__linux__)
-#  include <cerrno>
 #  include <sys/random.h>
+#  include <cerrno>
 #endif
 
 #include "arch/cc.h"

@@ -28,7 +28,7 @@ public:
     static CIPWaiterRecord& Current();
 
     mantle::CMNWaiter& m_Waiter;
-    std::atomic<bool> m_bWaiting{false};   // inside a wait: only then does an event signal it
+    std::atomic<bool> m_bWaiting{false};  // inside a wait: only then does an event signal it
 };
 
 // One dense word of event bits for each handle, so that a look touches nothing else, and beside it the waiter

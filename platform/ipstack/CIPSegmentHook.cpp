@@ -18,8 +18,8 @@ constexpr std::uint32_t HandshakeWindow = 65535;
 // What may happen to the options that lwIP obeys.
 enum class EOptions
 {
-    Obey,    // the segment that opens the connection
-    Clear    // any other: lwIP would obey them all the same
+    Obey,  // the segment that opens the connection
+    Clear  // any other: lwIP would obey them all the same
 };
 
 EOptions GetOptionPolicy(const tcp_pcb* pcb, const tcp_hdr* header, unsigned int flags) noexcept
@@ -102,8 +102,7 @@ bool CheckOptions(std::uint8_t* options, std::size_t length, EOptions policy) no
 // Whether the peer's data are still taken in.
 bool TakesData(const tcp_pcb* pcb) noexcept
 {
-    return pcb->state == SYN_RCVD || pcb->state == ESTABLISHED || pcb->state == FIN_WAIT_1 ||
-           pcb->state == FIN_WAIT_2;
+    return pcb->state == SYN_RCVD || pcb->state == ESTABLISHED || pcb->state == FIN_WAIT_1 || pcb->state == FIN_WAIT_2;
 }
 
 // A segment ahead of the next byte that ends beyond the window; lwIP cuts it in some places only, and its window
@@ -170,9 +169,8 @@ CIPCounters::EId CIPSegmentHook::Check(tcp_pcb* pcb, tcp_hdr* header, std::uint1
     const bool fin = (flags & TCP_FIN) != 0;
 
     // Options cut in two come from fragments made for the purpose.
-    if (firstOptionLength < optionLength ||
-        !CheckOptions(reinterpret_cast<std::uint8_t*>(header) + TCP_HLEN, optionLength,
-                      GetOptionPolicy(pcb, header, flags))) {
+    if (firstOptionLength < optionLength || !CheckOptions(reinterpret_cast<std::uint8_t*>(header) + TCP_HLEN,
+                                                          optionLength, GetOptionPolicy(pcb, header, flags))) {
         return CIPCounters::SegmentBadOption;
     }
     if (syn && (flags & (TCP_FIN | TCP_RST)) != 0) {
@@ -209,8 +207,7 @@ extern "C" err_t uxport_ipstack_tcp_inpacket(tcp_pcb* pcb, tcp_hdr* header, u16_
                                              u8_t*, pbuf* packet)
 {
     using ipstack::CIPSegmentHook;
-    const ipstack::CIPCounters::EId verdict =
-        CIPSegmentHook::Check(pcb, header, optionLength, option1Length, packet);
+    const ipstack::CIPCounters::EId verdict = CIPSegmentHook::Check(pcb, header, optionLength, option1Length, packet);
     if (verdict == CIPSegmentHook::Accepted) {
         return ERR_OK;
     }

@@ -15,7 +15,7 @@ namespace ipstack
 namespace
 {
 
-constexpr int s_nNarrow = 4;   // lengths of an option's value
+constexpr int s_nNarrow = 4;  // lengths of an option's value
 constexpr int s_nWide = 8;
 
 }  // namespace

@@ -112,12 +112,12 @@ protected:
     std::atomic<int> m_nError{0};
     std::atomic<int> m_nSendLimit{s_nDefaultLimit};
     std::atomic<int> m_nReceiveLimit{s_nDefaultLimit};
-    u8_t m_cSocketOptions = 0;      // core lock: SOF_KEEPALIVE, SOF_BROADCAST
-    u8_t m_cTos = 0;                // core lock
-    u8_t m_cTtl = IP_DEFAULT_TTL;   // core lock
-    bool m_bReuse = false;          // core lock
-    bool m_bLinger = false;         // core lock
-    int m_nLingerSeconds = 0;       // core lock
+    u8_t m_cSocketOptions = 0;     // core lock: SOF_KEEPALIVE, SOF_BROADCAST
+    u8_t m_cTos = 0;               // core lock
+    u8_t m_cTtl = IP_DEFAULT_TTL;  // core lock
+    bool m_bReuse = false;         // core lock
+    bool m_bLinger = false;        // core lock
+    int m_nLingerSeconds = 0;      // core lock
 
 private:
     friend class CIPSocketCloser;
@@ -127,7 +127,7 @@ private:
 
     const int m_nFamily;
     const int m_nType;
-    int m_nHandle = 0;              // 0 until it has one; then fixed
+    int m_nHandle = 0;  // 0 until it has one; then fixed
     std::atomic<bool> m_bNonBlocking{false};
     std::atomic<bool> m_bClosed{false};
 };

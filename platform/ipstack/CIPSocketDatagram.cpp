@@ -189,7 +189,7 @@ int CIPSocketDatagram::Gather(const ps_iovec* pieces, unsigned long count, unsig
 int CIPSocketDatagram::Route(const ip_addr_t& bound, const CIPAddress& to, netif*& link, ip_addr_t& source)
 {
     if (ip_addr_ismulticast(&to.m_Ip)) {
-        return PS_ENETUNREACH;   // no group can be joined
+        return PS_ENETUNREACH;  // no group can be joined
     }
     link = ip_route(&bound, &to.m_Ip);
     if (!link) {

@@ -38,8 +38,7 @@ protected:
     void Enqueue(const pbuf* packet, u16_t offset, u16_t length, const CIPAddress& from);
 
     // Gathers the pieces into one packet. Returns: 0 or an error number; PS_EMSGSIZE when they are more than `most`.
-    static int Gather(const ps_iovec* pieces, unsigned long count, unsigned long most, pbuf_layer layer,
-                      pbuf*& packet);
+    static int Gather(const ps_iovec* pieces, unsigned long count, unsigned long most, pbuf_layer layer, pbuf*& packet);
 
     // The link and the source address for a packet to `to`, from the bound address or any. Returns: 0 or
     // PS_ENETUNREACH. State: the core lock is held.
@@ -52,10 +51,10 @@ protected:
     long SetOwnOption(int level, int name, int value) override;
     long GetOwnOption(int level, int name, int& value) override;
 
-    CIPAddress m_Local;           // core lock
-    CIPAddress m_Peer;            // core lock
-    bool m_bConnected = false;    // core lock
-    bool m_bSendShut = false;     // core lock
+    CIPAddress m_Local;         // core lock
+    CIPAddress m_Peer;          // core lock
+    bool m_bConnected = false;  // core lock
+    bool m_bSendShut = false;   // core lock
 
 private:
     struct CDatagram
@@ -73,7 +72,7 @@ private:
 
     const CIPCounters::EId m_eFull;
     const CIPCounters::EId m_eCut;
-    mutable mantle::CMNMutexThread m_QueueMutex;   // taken inside the core lock
+    mutable mantle::CMNMutexThread m_QueueMutex;  // taken inside the core lock
     CDatagram* m_pFirst MN_GUARDED_BY(m_QueueMutex) = nullptr;
     CDatagram* m_pLast MN_GUARDED_BY(m_QueueMutex) = nullptr;
     std::size_t m_nBytes MN_GUARDED_BY(m_QueueMutex) = 0;

@@ -150,7 +150,7 @@ long CIPSocket::SetCommonOption(int level, int name, int value)
             return 0;
         case PS_SO_ERROR:
         case PS_SO_TYPE:
-            return -PS_EINVAL;   // for reading only
+            return -PS_EINVAL;  // for reading only
         default:
             return -PS_ENOPROTOOPT;
         }

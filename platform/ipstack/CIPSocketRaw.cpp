@@ -177,7 +177,7 @@ u8_t CIPSocketRaw::OnPacket(void* arg, raw_pcb*, pbuf* packet, const ip_addr_t* 
     if (header <= packet->tot_len) {
         socket->Enqueue(packet, header, static_cast<u16_t>(packet->tot_len - header), sender);
     }
-    return 0;   // not eaten
+    return 0;  // not eaten
 }
 
 }  // namespace ipstack

@@ -33,7 +33,7 @@ protected:
 private:
     static u8_t OnPacket(void* arg, raw_pcb* pcb, pbuf* packet, const ip_addr_t* from);
 
-    raw_pcb* m_pPcb;   // core lock
+    raw_pcb* m_pPcb;  // core lock
 };
 
 }  // namespace ipstack

@@ -17,7 +17,7 @@ std::size_t CIPSocketTable::s_nFree = 0;
 
 void CIPSocketTable::Start(unsigned int most)
 {
-    const unsigned int limit = most + s_dwQuarantine + 1;   // number 0 is no handle
+    const unsigned int limit = most + s_dwQuarantine + 1;  // number 0 is no handle
     CIPReadiness::Start(limit);
     s_dwMost = most;
     s_pSlots = new CSlot[limit];

@@ -60,7 +60,7 @@ private:
     static CSlot* s_pSlots;
 
     static mantle::CMNMutexThread s_Mutex;
-    static int* s_pFree MN_PT_GUARDED_BY(s_Mutex);   // a ring of s_dwLimit - 1 numbers
+    static int* s_pFree MN_PT_GUARDED_BY(s_Mutex);  // a ring of s_dwLimit - 1 numbers
     static std::size_t s_nFirst MN_GUARDED_BY(s_Mutex);
     static std::size_t s_nFree MN_GUARDED_BY(s_Mutex);
 };

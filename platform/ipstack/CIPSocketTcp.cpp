@@ -17,7 +17,7 @@ namespace
 using Guard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
 
 constexpr int s_nMsecPerSec = 1000;
-constexpr int s_nKeepAliveMost = 4000000;   // seconds; lwIP counts milliseconds in 32 bits
+constexpr int s_nKeepAliveMost = 4000000;  // seconds; lwIP counts milliseconds in 32 bits
 constexpr int s_nProbesMost = 255;
 
 // Picks of a port before a connection to the own port is given up.
@@ -352,7 +352,7 @@ long CIPSocketTcp::Shutdown(int direction)
         if (pcb) {
             CIPTcpEnd::SendFin(pcb);
         }
-        RaiseLocked(CIPReadiness::s_dwOut);   // a write ends at once
+        RaiseLocked(CIPReadiness::s_dwOut);  // a write ends at once
     }
     return 0;
 }
@@ -417,7 +417,7 @@ void CIPSocketTcp::OnFailed(err_t error, int abortReason)
     }
     Guard guard(m_QueueMutex);
     if (m_bSendShut && !m_bOpen) {
-        failure = 0;   // both directions had ended in order
+        failure = 0;  // both directions had ended in order
     }
     m_bOpen = false;
     if (failure == 0) {
@@ -506,7 +506,7 @@ void CIPSocketTcp::OnSettingsLocked()
     if (m_eState == Connected) {
         ChangeWindow(pcb);
         if (m_bNoDelay) {
-            tcp_output(pcb);   // what was held back may go now
+            tcp_output(pcb);  // what was held back may go now
         }
         if (!m_bSendShut) {
             UpdateOut(pcb);

@@ -61,9 +61,9 @@ private:
 
     enum EState
     {
-        Idle,         // fresh or bound
+        Idle,  // fresh or bound
         Connecting,
-        Connected,    // also when either direction has ended
+        Connected,  // also when either direction has ended
         Listening,
         Failed,
     };
@@ -76,7 +76,7 @@ private:
         int m_nCount;
     };
 
-    static constexpr std::size_t s_nWhole = 16;   // writes up to this are taken whole or not at all
+    static constexpr std::size_t s_nWhole = 16;  // writes up to this are taken whole or not at all
 
     tcp_pcb* GetPcb() const noexcept { return m_pEnd ? m_pEnd->GetPcb() : nullptr; }
 
@@ -113,14 +113,14 @@ private:
     std::uint32_t m_dwHeldBack = 0;  // credit that is not given, as the window was promised larger than it is to be
 
     // Read without the core lock.
-    std::atomic<std::uint32_t> m_dwUncredited{0};   // read, and not yet given to the window
-    std::atomic<std::uint32_t> m_dwCreditStep{UINT32_MAX};   // how much of it is worth a step
+    std::atomic<std::uint32_t> m_dwUncredited{0};           // read, and not yet given to the window
+    std::atomic<std::uint32_t> m_dwCreditStep{UINT32_MAX};  // how much of it is worth a step
 
-    mutable mantle::CMNMutexThread m_QueueMutex;    // taken inside the core lock
+    mutable mantle::CMNMutexThread m_QueueMutex;  // taken inside the core lock
     CIPStreamQueue m_Queue MN_GUARDED_BY(m_QueueMutex);
-    bool m_bOpen MN_GUARDED_BY(m_QueueMutex) = false;         // data may still come
+    bool m_bOpen MN_GUARDED_BY(m_QueueMutex) = false;  // data may still come
     bool m_bReceiveShut MN_GUARDED_BY(m_QueueMutex) = false;
-    std::atomic<int> m_nFailure{0};                            // written under both locks
+    std::atomic<int> m_nFailure{0};  // written under both locks
     std::atomic<bool> m_bConnecting{false};
 };
 

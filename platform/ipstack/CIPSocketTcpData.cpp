@@ -19,7 +19,7 @@ using Guard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
 constexpr std::size_t s_nWritableShare = 8;
 constexpr u16_t s_wWritableQueue = TCP_SND_QUEUELEN / 4 * 3;
 
-constexpr std::size_t s_nWriteMost = 0xFFFF;   // lwIP's lengths have 16 bits
+constexpr std::size_t s_nWriteMost = 0xFFFF;  // lwIP's lengths have 16 bits
 
 // The promise of the handshake has 16 bits, and windows that are scaled come in steps of this.
 constexpr std::uint32_t s_dwPromised = 0xFFFF;
@@ -92,7 +92,7 @@ long CIPSocketTcp::Write(const ps_iovec* pieces, unsigned long count, unsigned l
         return 0;
     }
     if (m_dwUncredited.load(std::memory_order_relaxed) >= s_dwStep) {
-        Credit(pcb, false);   // the new window goes along with the data
+        Credit(pcb, false);  // the new window goes along with the data
     }
     long done = 0;
     if (total <= s_nWhole) {
@@ -188,10 +188,10 @@ err_t CIPSocketTcp::OnReceived(tcp_pcb* pcb, pbuf* packet)
         return ERR_OK;
     }
     if (!m_Queue.Append(packet)) {
-        return ERR_MEM;   // lwIP keeps it and comes again
+        return ERR_MEM;  // lwIP keeps it and comes again
     }
     if (pcb->rcv_wnd < pcb->mss) {
-        tcp_ack_now(pcb);   // the peer has to stop: it learns so at once, not with a delayed acknowledgement
+        tcp_ack_now(pcb);  // the peer has to stop: it learns so at once, not with a delayed acknowledgement
     }
     RaiseLocked(CIPReadiness::s_dwIn);
     return ERR_OK;
@@ -217,7 +217,7 @@ long CIPSocketTcp::Receive(void* data, unsigned long length, bool peek, CIPAddre
             }
         }
         if (count != 0) {
-            from = m_Peer;   // settled before the first byte came
+            from = m_Peer;  // settled before the first byte came
             CIPStreamQueue::FreeUsed(used);
             if (!peek && m_dwUncredited.fetch_add(static_cast<std::uint32_t>(count)) + count >=
                              m_dwCreditStep.load(std::memory_order_relaxed)) {
@@ -257,7 +257,7 @@ void CIPSocketTcp::StartWindow(tcp_pcb* pcb, bool accepted) noexcept
     const std::uint32_t start = std::max(m_dwWindow, s_dwPromised);
     pcb->rcv_wnd = pcb->rcv_ann_wnd = start;
     if (accepted) {
-        pcb->rcv_ann_right_edge = pcb->rcv_nxt + s_dwPromised;   // what the answer to the request has announced
+        pcb->rcv_ann_right_edge = pcb->rcv_nxt + s_dwPromised;  // what the answer to the request has announced
     }
     m_dwHeldBack = start - m_dwWindow;
     m_dwCreditStep.store(std::min<std::uint32_t>(m_dwWindow / 2, 2u * pcb->mss));
@@ -267,7 +267,7 @@ void CIPSocketTcp::ChangeWindow(tcp_pcb* pcb) noexcept
 {
     const std::uint32_t window = GetWindow(pcb);
     if (window < m_dwWindow) {
-        m_dwHeldBack += m_dwWindow - window;   // what was promised stays promised
+        m_dwHeldBack += m_dwWindow - window;  // what was promised stays promised
     } else if (window > m_dwWindow) {
         m_dwUncredited.fetch_add(window - m_dwWindow);
     }
@@ -288,7 +288,7 @@ void CIPSocketTcp::Credit(tcp_pcb* pcb, bool announce) noexcept
         return;
     }
     if (pcb->state != ESTABLISHED && pcb->state != FIN_WAIT_1 && pcb->state != FIN_WAIT_2) {
-        return;   // nothing more comes
+        return;  // nothing more comes
     }
     const u32_t growth = pcb->rcv_nxt + pcb->rcv_wnd - pcb->rcv_ann_right_edge;
     if (growth >= m_dwCreditStep.load(std::memory_order_relaxed) && growth <= TCP_WND) {

@@ -33,8 +33,8 @@ private:
     int BindLocked(const CIPAddress& address);
     int EnsureBound();
 
-    udp_pcb* m_pPcb;                  // core lock
-    CIPPortTable::CHold m_Hold;       // core lock
+    udp_pcb* m_pPcb;             // core lock
+    CIPPortTable::CHold m_Hold;  // core lock
 };
 
 }  // namespace ipstack

@@ -59,7 +59,7 @@ unsigned long CIPStackManager::Startup(const CIPStackSettings& settings)
     }
     CIPSocketTable::Start(settings.m_dwMaxSockets);
     CIPCore::Instance().Start();
-    new CIPThreadEnd;   // the clean-up's
+    new CIPThreadEnd;  // the clean-up's
     return mantle::MN_OK;
 }
 

@@ -30,7 +30,7 @@ private:
     ~CIPStackManager() override = default;
 
     mantle::CMNMutexThread m_StartMutex;
-    std::vector<CIPLink*> m_Links;   // core lock
+    std::vector<CIPLink*> m_Links;  // core lock
 };
 
 }  // namespace ipstack

@@ -45,7 +45,7 @@ private:
     std::atomic<bool> m_bStop{false};
     std::atomic<mantle::CMNWaiter*> m_pWaiter{nullptr};
 
-    std::mutex m_Mutex;   // the members below, and starting and stopping
+    std::mutex m_Mutex;  // the members below, and starting and stopping
     std::condition_variable m_SourceIdle;
     std::vector<CIPTimerSource*> m_Sources;
     CIPTimerSource* m_pRunning = nullptr;

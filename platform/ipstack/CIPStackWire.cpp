@@ -101,13 +101,13 @@ private:
 
     mantle::CMNMutexThread m_Mutex;
     CEnd m_LowLevels[Ends];
-    IIPStack* m_pLinks[Ends] = {};                  // set while m_bOpen or before anything is emitted
+    IIPStack* m_pLinks[Ends] = {};  // set while m_bOpen or before anything is emitted
     bool m_bOpen MN_GUARDED_BY(m_Mutex) = false;
     CIPStackWireSettings m_Settings MN_GUARDED_BY(m_Mutex);
     CDice m_Dice[Ends] MN_GUARDED_BY(m_Mutex);
-    std::multimap<long long, CPacket> m_Queue MN_GUARDED_BY(m_Mutex);   // by due time, then in order of sending
+    std::multimap<long long, CPacket> m_Queue MN_GUARDED_BY(m_Mutex);  // by due time, then in order of sending
     unsigned int m_dwQueued[Ends] MN_GUARDED_BY(m_Mutex) = {};
-    unsigned int m_dwInside MN_GUARDED_BY(m_Mutex) = 0;                 // deliveries that run
+    unsigned int m_dwInside MN_GUARDED_BY(m_Mutex) = 0;  // deliveries that run
     mantle::CMNWaiter* m_pCloser MN_GUARDED_BY(m_Mutex) = nullptr;
 };
 

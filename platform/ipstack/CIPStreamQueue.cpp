@@ -13,7 +13,8 @@ bool CIPStreamQueue::Append(pbuf* packet)
         pbuf_free(packet);
         return true;
     }
-    const bool flat = !packet->next && packet->ref == 1 && pbuf_match_allocsrc(packet, PBUF_TYPE_ALLOC_SRC_MASK_STD_HEAP);
+    const bool flat =
+        !packet->next && packet->ref == 1 && pbuf_match_allocsrc(packet, PBUF_TYPE_ALLOC_SRC_MASK_STD_HEAP);
     if (length < s_wSmall && m_pLast) {
         if (m_wTailRoom < length) {
             pbuf* block = pbuf_alloc(PBUF_RAW, s_wBlock, PBUF_RAM);
@@ -106,8 +107,8 @@ std::size_t CIPStreamQueue::GetFootprint() const noexcept
     std::size_t total = 0;
     for (const pbuf* buffer = m_pFirst; buffer; buffer = buffer->next) {
         // A buffer's data starts behind its headers, so this is a little less than what was allocated.
-        total += sizeof(pbuf) + static_cast<std::size_t>(static_cast<char*>(buffer->payload) -
-                                                         reinterpret_cast<const char*>(buffer)) +
+        total += sizeof(pbuf) +
+                 static_cast<std::size_t>(static_cast<char*>(buffer->payload) - reinterpret_cast<const char*>(buffer)) +
                  buffer->len;
     }
     return total + m_wTailRoom;

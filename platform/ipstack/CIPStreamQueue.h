@@ -46,7 +46,7 @@ private:
     pbuf* m_pFirst = nullptr;
     pbuf* m_pLast = nullptr;
     std::size_t m_nSize = 0;
-    u16_t m_wTailRoom = 0;   // bytes free behind the last buffer's data
+    u16_t m_wTailRoom = 0;  // bytes free behind the last buffer's data
 };
 
 }  // namespace ipstack

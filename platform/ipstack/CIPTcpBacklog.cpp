@@ -80,7 +80,7 @@ err_t CIPTcpBacklog::OnPassiveOpen(u8_t, tcp_pcb_listen* listener, tcp_pcb* pcb)
     auto* backlog = static_cast<CIPTcpBacklog*>(listener->ext_args[CIPTcpEnd::s_cExtArg].data);
     if (static_cast<int>(backlog->m_Ready.size()) + backlog->m_nHalfOpen >= backlog->m_nMost) {
         CIPCounters::Add(CIPCounters::SegmentBacklog);
-        return ERR_MEM;   // dropped without an answer
+        return ERR_MEM;  // dropped without an answer
     }
     ++backlog->m_nHalfOpen;
     new CIPTcpEnd(pcb, nullptr, backlog);
@@ -90,7 +90,7 @@ err_t CIPTcpBacklog::OnPassiveOpen(u8_t, tcp_pcb_listen* listener, tcp_pcb* pcb)
 err_t CIPTcpBacklog::OnAccept(void* arg, tcp_pcb* pcb, err_t error)
 {
     if (!pcb || error != ERR_OK) {
-        return ERR_OK;   // no memory for it: nothing was made
+        return ERR_OK;  // no memory for it: nothing was made
     }
     auto* backlog = static_cast<CIPTcpBacklog*>(arg);
     auto* end = static_cast<CIPTcpEnd*>(tcp_ext_arg_get(pcb, CIPTcpEnd::s_cExtArg));

@@ -122,8 +122,8 @@ void CIPTcpEnd::ProbeWindows()
                 if (end.m_cProbes + 1u < sizeof(s_ProbeTicks) / sizeof(s_ProbeTicks[0])) {
                     ++end.m_cProbes;
                 }
-                ++pcb->persist_probe;   // nothing from the peer for TCP_MAXRTX of them: lwIP gives up
-                tcp_keepalive(pcb);     // no byte of data: the answer tells the window
+                ++pcb->persist_probe;  // nothing from the peer for TCP_MAXRTX of them: lwIP gives up
+                tcp_keepalive(pcb);    // no byte of data: the answer tells the window
             }
         }
     }
@@ -167,7 +167,7 @@ void CIPTcpEnd::SendFin(tcp_pcb* pcb) noexcept
         tcp_output(pcb);
         static_cast<CIPTcpEnd*>(tcp_ext_arg_get(pcb, s_cExtArg))->NoteUnsent();
     } else {
-        tcp_shutdown(pcb, 0, 1);   // no memory: lwIP tries again on its timer
+        tcp_shutdown(pcb, 0, 1);  // no memory: lwIP tries again on its timer
     }
 }
 
@@ -256,7 +256,7 @@ err_t CIPTcpEnd::Discard(tcp_pcb* pcb, pbuf* packet) noexcept
     const u16_t length = packet->tot_len;
     pbuf_free(packet);
     if (pcb->state == FIN_WAIT_2) {
-        tcp_abort(pcb);   // all of ours has arrived: the peer learns that nobody reads
+        tcp_abort(pcb);  // all of ours has arrived: the peer learns that nobody reads
         return ERR_ABRT;
     }
     tcp_recved(pcb, length);

@@ -90,7 +90,7 @@ private:
 
     struct CList
     {
-        CIPTcpEnd* m_pFirst = nullptr;   // the least recent one
+        CIPTcpEnd* m_pFirst = nullptr;  // the least recent one
         CIPTcpEnd* m_pLast = nullptr;
         unsigned int m_dwCount = 0;
 

@@ -33,9 +33,9 @@ CMNTimeValue CMNClock::TimeOfDay() noexcept
 {
     if (IsManual())
         return CMNTimeValue::FromUsec(s_llManualDayUs + NowUs());
-    return CMNTimeValue::FromUsec(std::chrono::duration_cast<std::chrono::microseconds>(
-                                      std::chrono::system_clock::now().time_since_epoch())
-                                      .count());
+    return CMNTimeValue::FromUsec(
+        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
+            .count());
 }
 
 bool CMNClock::IsManual() noexcept

@@ -44,7 +44,7 @@ public:
     std::atomic<bool> m_bObjectsDestroyed{false};
     std::atomic<TType> m_nNextType;
     CMNEventThread m_Over{1, 0};
-    CMNMutexRecursive m_SingletonMutex;  // making one singleton may need another
+    CMNMutexRecursive m_SingletonMutex;     // making one singleton may need another
     CMNPendingDeleteList m_PendingDeletes;  // of the thread that cleans up
 
     CMNMutexThread m_Mutex;

@@ -25,11 +25,11 @@ void LeaveMark()
     ASSERT_EQ(PS_EAFNOSUPPORT, get_pserrno());
 }
 
-#define KIT_EXPECT_MARK_KEPT(call)                                   \
-    do {                                                             \
-        EXPECT_NE(-1, static_cast<long>(call)) << #call;             \
-        EXPECT_EQ(PS_EAFNOSUPPORT, get_pserrno()) << "after " #call; \
-    } while (false)
+#define KIT_EXPECT_MARK_KEPT(call)                               \
+  do {                                                           \
+    EXPECT_NE(-1, static_cast<long>(call)) << #call;             \
+    EXPECT_EQ(PS_EAFNOSUPPORT, get_pserrno()) << "after " #call; \
+  } while (false)
 
 }  // namespace
 

@@ -129,10 +129,10 @@ int GetOption(int handle, int level, int name);  // -1 on failure
 }  // namespace kit
 
 // The call answers -1 and leaves this cause.
-#define KIT_EXPECT_ERROR(cause, call)                                 \
-    do {                                                              \
-        EXPECT_EQ(-1, static_cast<long>(call)) << #call;              \
-        EXPECT_EQ(cause, get_pserrno()) << "cause left by " << #call; \
-    } while (false)
+#define KIT_EXPECT_ERROR(cause, call)                             \
+  do {                                                            \
+    EXPECT_EQ(-1, static_cast<long>(call)) << #call;              \
+    EXPECT_EQ(cause, get_pserrno()) << "cause left by " << #call; \
+  } while (false)
 
 #endif

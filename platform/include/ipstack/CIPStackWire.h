@@ -17,10 +17,10 @@ struct CIPStackWireSettings
     std::uint64_t m_qwSeed = 1;
     unsigned int m_dwLossPerMille = 0;
     unsigned int m_dwDuplicatePerMille = 0;
-    unsigned int m_dwReorderPerMille = 0;     // share of packets held back by m_dwReorderDelayUs
-    unsigned int m_dwDelayUs = 0;             // every packet, by the one clock
+    unsigned int m_dwReorderPerMille = 0;  // share of packets held back by m_dwReorderDelayUs
+    unsigned int m_dwDelayUs = 0;          // every packet, by the one clock
     unsigned int m_dwReorderDelayUs = 2000;
-    unsigned int m_dwQueuePackets = 4096;     // packets on the way in one direction; more are lost and counted
+    unsigned int m_dwQueuePackets = 4096;  // packets on the way in one direction; more are lost and counted
 };
 
 // Joins two links of the stack: what one emits the other receives. Destroy it before nothing else uses its

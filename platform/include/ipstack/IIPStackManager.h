@@ -21,17 +21,17 @@ struct CIPStackSettings
 // One link.
 struct CIPStackConfig
 {
-    std::string m_strAddress;        // own IPv4 address, dotted
+    std::string m_strAddress;  // own IPv4 address, dotted
     std::string m_strMask = "255.255.255.0";
-    std::string m_strGateway;        // empty: none
-    std::string m_strAddress6;       // own IPv6 address, empty: none
-    unsigned int m_dwMtu = 1400;     // 576 to 65535, from 1280 with IPv6
+    std::string m_strGateway;     // empty: none
+    std::string m_strAddress6;    // own IPv6 address, empty: none
+    unsigned int m_dwMtu = 1400;  // 576 to 65535, from 1280 with IPv6
 };
 
 // One named counter of a snapshot.
 struct CIPStackCounter
 {
-    const char* m_szName;   // "layer.what", static storage
+    const char* m_szName;  // "layer.what", static storage
     std::uint64_t m_qwValue;
 };
 

@@ -45,8 +45,8 @@ IPSTACK_API long ps_writev(int handle, const struct ps_iovec* pieces, unsigned l
 // and everything it sent has been read. PS_MSG_PEEK leaves the data; with nothing waiting on an open socket
 // it returns -1 with PS_EINPROGRESS, on a closed one 0.
 IPSTACK_API long ps_recv(int handle, void* data, unsigned long length, int flags);
-IPSTACK_API long ps_recvfrom(int handle, void* data, unsigned long length, int flags,
-                             struct ps_sockaddr* address, int* addressLength);
+IPSTACK_API long ps_recvfrom(int handle, void* data, unsigned long length, int flags, struct ps_sockaddr* address,
+                             int* addressLength);
 
 // Waits until an entry is ready. Returns: the number of entries with a returned event, 0 on time-out, -1 only
 // for a null array with a count. `timeout` in milliseconds, negative for ever, 0 for a look.

@@ -68,14 +68,17 @@ private:
         unsigned char m_Bytes[s_nRoom + 4];
     };
     CRecord m_Record;
-    unsigned char m_cSize;    // kept beside the record, whose two leading bytes others may write
+    unsigned char m_cSize;  // kept beside the record, whose two leading bytes others may write
     unsigned char m_cFamily;
 
     friend MANTLE_API bool operator==(const CMNInetAddr& a, const CMNInetAddr& b) noexcept;
 };
 
 MANTLE_API bool operator==(const CMNInetAddr& a, const CMNInetAddr& b) noexcept;
-inline bool operator!=(const CMNInetAddr& a, const CMNInetAddr& b) noexcept { return !(a == b); }
+inline bool operator!=(const CMNInetAddr& a, const CMNInetAddr& b) noexcept
+{
+    return !(a == b);
+}
 
 }  // namespace mantle
 

@@ -45,8 +45,8 @@ public:
     // as there is no loop. Thread: any.
     virtual MNResult Stop(CMNTimeValue* timeout = nullptr);
 
-    virtual void OnCreate();       // on the creating thread, before the new one starts
-    virtual void BlockSignal();    // on the new thread: signals go to the others
+    virtual void OnCreate();     // on the creating thread, before the new one starts
+    virtual void BlockSignal();  // on the new thread: signals go to the others
 
     // Waits for the end of a started thread. Returns: 0; 10002 when it was never started; 10001 on the thread itself.
     virtual MNResult Join();

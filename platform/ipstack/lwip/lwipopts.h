@@ -107,9 +107,9 @@ void uxport_ipstack_assert_core_locked(void);
 /* Hooks. The route hook's macros must be seen here: lwIP's headers ask for them early. */
 #define LWIP_HOOK_FILENAME "lwip_hooks.h"
 #define LWIP_HOOK_TCP_ISN(localIp, localPort, remoteIp, remotePort) \
-    uxport_ipstack_tcp_isn(localIp, localPort, remoteIp, remotePort)
+  uxport_ipstack_tcp_isn(localIp, localPort, remoteIp, remotePort)
 #define LWIP_HOOK_TCP_INPACKET_PCB(pcb, header, optionLength, option1Length, option2, packet) \
-    uxport_ipstack_tcp_inpacket(pcb, header, optionLength, option1Length, option2, packet)
+  uxport_ipstack_tcp_inpacket(pcb, header, optionLength, option1Length, option2, packet)
 #define LWIP_HOOK_IP4_ROUTE_SRC(source, destination) uxport_ipstack_ip4_route(source, destination)
 #define LWIP_HOOK_IP6_ROUTE(source, destination) uxport_ipstack_ip6_route(source, destination)
 

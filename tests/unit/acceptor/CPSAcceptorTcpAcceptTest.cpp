@@ -118,8 +118,8 @@ TEST_F(CPSAcceptorTcpAcceptTest, OnInput_NonBlockingRefused_DeletesTheTransportA
     m_Stack.On("ps_accept").Returns(20);
     m_Stack.On("ps_socket_nonblock", 20).Fails(PS_EBADF);
     EXPECT_EQ(m_pAcceptor->OnInput(s_nSocket), 0);
-    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"ps_accept(7,16)=20", "ps_socket_nonblock(20)=-1", "RemoveHandler(20,63)=0",
-                                           "ps_close(20)=0"}));
+    EXPECT_EQ(m_Stack.TakeCalls(),
+              (CCalls{"ps_accept(7,16)=20", "ps_socket_nonblock(20)=-1", "RemoveHandler(20,63)=0", "ps_close(20)=0"}));
     EXPECT_EQ(NewLiveObjects(), 1);
     m_Stack.On("ps_accept").Returns(21);
     Turn(s_nSocket, PS_POLLIN);

@@ -10,12 +10,9 @@ namespace uxport
 namespace
 {
 
-const std::vector<std::string> LISTENING = {"ps_socket(2,1,0)=7",
-                                            "ps_setsockopt(7,1,2,1,4)=0",
-                                            "ps_socket_nonblock(7)=0",
-                                            "ps_bind(7,10.0.0.1:80{16,2},16)=0",
-                                            "ps_listen(7,1024)=0",
-                                            "RegisterHandler(7,1)=0"};
+const std::vector<std::string> LISTENING = {"ps_socket(2,1,0)=7",      "ps_setsockopt(7,1,2,1,4)=0",
+                                            "ps_socket_nonblock(7)=0", "ps_bind(7,10.0.0.1:80{16,2},16)=0",
+                                            "ps_listen(7,1024)=0",     "RegisterHandler(7,1)=0"};
 const std::vector<std::string> STOPPING = {"RemoveHandler(7,1)=0", "ps_close(7)=0"};
 
 class COtherHandler : public IPSEventHandler

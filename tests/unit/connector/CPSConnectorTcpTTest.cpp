@@ -19,8 +19,8 @@ class CRecordingWrapper
 public:
     MNResult OnConnectIndication(long reason, IPSTransport* transport, IPSConnectorInternal* from)
     {
-        CScriptedStack::Instance().Note("Wrapper(" + std::to_string(reason) + "," +
-                                        (transport ? "transport" : "null") + ")");
+        CScriptedStack::Instance().Note("Wrapper(" + std::to_string(reason) + "," + (transport ? "transport" : "null") +
+                                        ")");
         m_pFrom = from;
         if (m_bKeep)
             m_pKept = transport;
@@ -72,9 +72,8 @@ TEST_F(CPSConnectorTcpTTest, Connect_NoLocalAddress_IsNotBound)
 {
     EXPECT_EQ(Connect(), MN_OK);
     EXPECT_EQ(m_pConnector->GetHandle(), s_nSocket);
-    EXPECT_EQ(m_Stack.TakeCalls(),
-              (CCalls{"ps_socket(2,1,0)=7", "ps_socket_nonblock(7)=0", "RegisterHandler(7,2)=0",
-                      "ps_connect(7,10.0.0.2:80{16,2},16)=0", "NotifyHandler(7,8)=0"}));
+    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"ps_socket(2,1,0)=7", "ps_socket_nonblock(7)=0", "RegisterHandler(7,2)=0",
+                                           "ps_connect(7,10.0.0.2:80{16,2},16)=0", "NotifyHandler(7,8)=0"}));
 }
 
 TEST_F(CPSConnectorTcpTTest, Connect_AnyAddressAsLocal_IsNotBound)
@@ -193,8 +192,8 @@ TEST_F(CPSConnectorTcpTTest, OnOutput_Connected_RemovesThenTellsAndDropsTheTrans
     ASSERT_EQ(Connect(), MN_OK);
     m_Stack.TakeCalls();
     EXPECT_EQ(m_pConnector->OnOutput(s_nSocket), 0);
-    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"ps_is_socket_errno(7)=0", "RemoveHandler(7,2)=0", "Wrapper(0,transport)",
-                                           DELETION}));
+    EXPECT_EQ(m_Stack.TakeCalls(),
+              (CCalls{"ps_is_socket_errno(7)=0", "RemoveHandler(7,2)=0", "Wrapper(0,transport)", DELETION}));
     EXPECT_EQ(m_Wrapper.m_pFrom, m_pConnector.get());
     EXPECT_EQ(m_pConnector->GetHandle(), -1);
 }
@@ -216,8 +215,8 @@ TEST_F(CPSConnectorTcpTTest, OnOutput_SocketError_ClosesThenTells)
     m_Stack.TakeCalls();
     m_Stack.On("ps_is_socket_errno").Returns(PS_ECONNREFUSED);
     EXPECT_EQ(m_pConnector->OnOutput(s_nSocket), 0);
-    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"ps_is_socket_errno(7)=111", "RemoveHandler(7,2)=0", DELETION,
-                                           "Wrapper(10001,null)"}));
+    EXPECT_EQ(m_Stack.TakeCalls(),
+              (CCalls{"ps_is_socket_errno(7)=111", "RemoveHandler(7,2)=0", DELETION, "Wrapper(10001,null)"}));
 }
 
 TEST_F(CPSConnectorTcpTTest, OnOutput_AfterClose_TellsSuccessWithoutTransport)
@@ -263,9 +262,8 @@ TEST_F(CPSConnectorTcpTTest, OnObserve_Zero_ConnectsToTheRetryAddressAndReturnsI
 {
     std::int32_t found = 0;
     EXPECT_EQ(m_pConnector->OnObserve(nullptr, &found), MN_OK);
-    EXPECT_EQ(m_Stack.TakeCalls(),
-              (CCalls{"ps_socket(2,1,0)=7", "ps_socket_nonblock(7)=0", "RegisterHandler(7,2)=0",
-                      "ps_connect(7,0.0.0.0:0{16,2},16)=0", "NotifyHandler(7,8)=0"}));
+    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"ps_socket(2,1,0)=7", "ps_socket_nonblock(7)=0", "RegisterHandler(7,2)=0",
+                                           "ps_connect(7,0.0.0.0:0{16,2},16)=0", "NotifyHandler(7,8)=0"}));
     m_Reactor.Refuse("NotifyHandler", MN_ERROR_UNEXPECTED);
     EXPECT_EQ(m_pConnector->OnObserve("any topic", &found), MN_ERROR_UNEXPECTED);
 }

@@ -179,7 +179,7 @@ protected:
     CaptureLink m_Link;
     tcp_pcb* m_pListener = nullptr;
     std::vector<CEnd*> m_Accepted;
-    std::vector<CEnd> m_Clients;   // not resized while connected
+    std::vector<CEnd> m_Clients;  // not resized while connected
     CPacket m_Answer;
     std::uint32_t m_dwOurs = 0;
     std::uint64_t m_qwAssertions = 0;
@@ -205,8 +205,8 @@ TEST_F(CIPDemuxTest, ManyConnections_DataOnEach_GoesToItsOwnAndListIsOne)
     for (int round = 0; round < 3; ++round) {
         for (std::size_t i = 0; i < Connections; ++i) {
             const std::string text = std::to_string(i) + ";";
-            ASSERT_EQ(ERR_OK, tcp_write(clients[i].m_pPcb, text.data(), static_cast<u16_t>(text.size()),
-                                        TCP_WRITE_FLAG_COPY));
+            ASSERT_EQ(ERR_OK,
+                      tcp_write(clients[i].m_pPcb, text.data(), static_cast<u16_t>(text.size()), TCP_WRITE_FLAG_COPY));
             tcp_output(clients[i].m_pPcb);
         }
         CaptureLink::Pump();

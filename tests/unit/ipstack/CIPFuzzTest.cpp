@@ -36,7 +36,7 @@ constexpr std::uint16_t Port6 = 8001;
 constexpr std::uint16_t Flows = 6;
 constexpr unsigned int PacketsPerRound = 1500;
 constexpr std::size_t MaxSockets = 48;
-constexpr int RestMs = 200000;   // longer than any state outlives its socket
+constexpr int RestMs = 200000;  // longer than any state outlives its socket
 
 class CDice
 {
@@ -69,8 +69,8 @@ private:
 // looked at.
 struct CFlow
 {
-    std::uint32_t m_dwNext = 0;   // the peer's next byte
-    std::uint32_t m_dwAck = 0;    // the stack's next byte
+    std::uint32_t m_dwNext = 0;  // the peer's next byte
+    std::uint32_t m_dwAck = 0;   // the stack's next byte
 };
 
 // The layer below the link: reads the stack's segments.
@@ -163,11 +163,7 @@ protected:
         return values;
     }
 
-    static void Pass(int milliseconds)
-    {
-        EXPECT_EQ(0, ps_poll(nullptr, 0, milliseconds));
-    }
-
+    static void Pass(int milliseconds) { EXPECT_EQ(0, ps_poll(nullptr, 0, milliseconds)); }
 };
 
 // One round: a link, a listener, sockets, packets.
@@ -219,7 +215,7 @@ private:
     static int Open(int type, int family, std::uint16_t port)
     {
         const int handle = ps_socket(family, type, 0);
-        const int reuse = 1;   // connections of the round before may be closing still
+        const int reuse = 1;  // connections of the round before may be closing still
         EXPECT_EQ(0, ps_setsockopt(handle, PS_SOL_SOCKET_LINUX, PS_SO_LINUX_REUSEADDR, &reuse, sizeof(reuse)));
         ps_sockaddr_in6 six{};
         six.sin6_len = sizeof(six);
@@ -257,9 +253,9 @@ private:
                     six ? Udp6(header6, 1, Port6, m_Dice.Bytes(m_Dice.Below(900)))
                         : Udp4(header4, 1, Port4, m_Dice.Bytes(m_Dice.Below(900)))};
         case 1:
-            return {six, static_cast<std::uint8_t>(six ? 58 : 1),
-                    six ? Echo6(header6, 9, m_Dice.Bytes(m_Dice.Below(900)))
-                        : Echo4(9, m_Dice.Bytes(m_Dice.Below(900)))};
+            return {
+                six, static_cast<std::uint8_t>(six ? 58 : 1),
+                six ? Echo6(header6, 9, m_Dice.Bytes(m_Dice.Below(900))) : Echo4(9, m_Dice.Bytes(m_Dice.Below(900)))};
         case 2:
             return {six, static_cast<std::uint8_t>(m_Dice.Get()), m_Dice.Bytes(m_Dice.Below(200))};
         default: {
@@ -427,8 +423,8 @@ private:
                               message.m_Bytes.begin() + static_cast<std::ptrdiff_t>(at + length));
             const bool more = at + length < size;
             const std::size_t shown = m_Dice.OneIn(12) ? 8 * m_Dice.Below(8192) : at;
-            const std::uint8_t next = m_Dice.OneIn(12) ? static_cast<std::uint8_t>(m_Dice.Below(64))
-                                                       : message.m_bProtocol;
+            const std::uint8_t next =
+                m_Dice.OneIn(12) ? static_cast<std::uint8_t>(m_Dice.Below(64)) : message.m_bProtocol;
             if (message.m_bSix) {
                 CBytes piece = Fragment6(next, static_cast<unsigned int>(shown & 0xFFF8), more, id, part);
                 if (m_Dice.OneIn(8)) {

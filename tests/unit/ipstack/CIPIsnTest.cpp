@@ -63,10 +63,10 @@ TEST(CIPIsnTest, OtherConnectionOrKey_SameTime_OtherNumber)
     const CKey otherKey{1, 2, 4};
     ip_addr_t six = IPADDR6_INIT(0x0a000001, 0, 0, 0);
     const std::set<std::uint32_t> numbers{
-        CIPIsn::Compute(key, 0, Ip(1), 1000, Ip(2), 80),  CIPIsn::Compute(otherKey, 0, Ip(1), 1000, Ip(2), 80),
-        CIPIsn::Compute(key, 0, Ip(3), 1000, Ip(2), 80),  CIPIsn::Compute(key, 0, Ip(1), 1001, Ip(2), 80),
-        CIPIsn::Compute(key, 0, Ip(1), 1000, Ip(3), 80),  CIPIsn::Compute(key, 0, Ip(1), 1000, Ip(2), 81),
-        CIPIsn::Compute(key, 0, Ip(2), 80, Ip(1), 1000),  CIPIsn::Compute(key, 0, six, 1000, six, 80)};
+        CIPIsn::Compute(key, 0, Ip(1), 1000, Ip(2), 80), CIPIsn::Compute(otherKey, 0, Ip(1), 1000, Ip(2), 80),
+        CIPIsn::Compute(key, 0, Ip(3), 1000, Ip(2), 80), CIPIsn::Compute(key, 0, Ip(1), 1001, Ip(2), 80),
+        CIPIsn::Compute(key, 0, Ip(1), 1000, Ip(3), 80), CIPIsn::Compute(key, 0, Ip(1), 1000, Ip(2), 81),
+        CIPIsn::Compute(key, 0, Ip(2), 80, Ip(1), 1000), CIPIsn::Compute(key, 0, six, 1000, six, 80)};
     EXPECT_EQ(8U, numbers.size());
 }
 

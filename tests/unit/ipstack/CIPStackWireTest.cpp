@@ -28,7 +28,7 @@ constexpr const char* EndA = "10.7.0.1";
 constexpr const char* EndB = "10.7.0.2";
 constexpr const char* EndA6 = "fd07::1";
 constexpr const char* EndB6 = "fd07::2";
-constexpr int LimitMs = 600000;   // of stack time
+constexpr int LimitMs = 600000;  // of stack time
 constexpr std::uint16_t Port = 9000;
 
 // An address record of either family.

@@ -55,7 +55,7 @@ struct CTcp
     std::uint32_t m_dwAck = 0;
     std::uint8_t m_bFlags = 0;
     std::uint16_t m_wWindow = 0xFFFF;
-    CBytes m_Options = {};      // a multiple of four bytes
+    CBytes m_Options = {};  // a multiple of four bytes
     CBytes m_Data = {};
 };
 CBytes Tcp4(const CHeader4& header, const CTcp& tcp);

@@ -37,7 +37,10 @@ constexpr int FIRST_ACCEPTED = 20;
 constexpr int CONNECTIONS = 6;
 const CMNTimeValue TEN_MILLISECONDS(0, 10000);
 
-IPSReactor* Reactor() { return IPSConnectionManager::Instance()->GetReactor(); }
+IPSReactor* Reactor()
+{
+    return IPSConnectionManager::Instance()->GetReactor();
+}
 
 void OnNetworkThread(std::function<void()> function)
 {
@@ -175,7 +178,10 @@ void MakeEverything()
 }
 
 // Never comes back: the end comes from another thread.
-void WaitForTheEnd() { std::promise<void>().get_future().wait_for(std::chrono::hours(1)); }
+void WaitForTheEnd()
+{
+    std::promise<void>().get_future().wait_for(std::chrono::hours(1));
+}
 
 TEST(ProcessEndTest, MainReturns_NetworkThreadRuns_EndsCleanly)
 {

@@ -54,8 +54,8 @@ TEST(CMNInetAddrTest, Ipv6Text_Made_RecordInNetworkOrder)
     const CMNInetAddr address(CMNString("2001:db8::7"), 443);
     EXPECT_EQ(address.GetType(), CMNInetAddr::s_wFamilyIpv6);
     EXPECT_EQ(address.GetSize(), 28);
-    EXPECT_EQ(Bytes(address, 28), (std::vector<int>{28, 10, 1,    187,  0,    0, 0, 0, 0x20, 0x01, 0x0d, 0xb8, 0, 0,
-                                                    0,  0,  0,    0,    0,    0, 0, 0, 0,    7,    0,    0,    0, 0}));
+    EXPECT_EQ(Bytes(address, 28), (std::vector<int>{28, 10, 1, 187, 0, 0, 0, 0, 0x20, 0x01, 0x0d, 0xb8, 0, 0,
+                                                    0,  0,  0, 0,   0, 0, 0, 0, 0,    7,    0,    0,    0, 0}));
     EXPECT_EQ(address.GetHostString(), "2001:db8::7");
     EXPECT_EQ(address.ToString(), "[2001:db8::7]:443");
 }

@@ -135,8 +135,7 @@ TEST_F(CMNThreadManagerCleanUpTest, EverythingRuns_MainReturns_FourStepsInOrder)
             self->GetTimerQueue()->ScheduleTimer(&timer, nullptr, CMNTimeValue(), 1);
             std::exit(0);
         },
-        ExitedWithCode(0),
-        Said("^main's event;main's timer;user ended;network ended;object newer;object older;$"));
+        ExitedWithCode(0), Said("^main's event;main's timer;user ended;network ended;object newer;object older;$"));
 }
 
 TEST_F(CMNThreadManagerCleanUpTest, MainAdopted_MainReturns_DueTimersFireUntilNoneIsAndOthersDoNot)

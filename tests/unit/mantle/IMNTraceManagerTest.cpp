@@ -85,8 +85,8 @@ TEST(TextFormatorTest, EveryKind_Formatted_AsText)
     char buffer[256];
     Text_Formator text(buffer, sizeof(buffer));
     text << "s" << 'c' << -1 << 2u << LONG_MIN << 3ul << LLONG_MAX << ULLONG_MAX << static_cast<const char*>(nullptr);
-    const std::string expected = "sc-12" + std::to_string(LONG_MIN) + "3" + std::to_string(LLONG_MAX) +
-                                 std::to_string(ULLONG_MAX);
+    const std::string expected =
+        "sc-12" + std::to_string(LONG_MIN) + "3" + std::to_string(LLONG_MAX) + std::to_string(ULLONG_MAX);
     EXPECT_EQ(std::string(text.GetText()), expected);
     EXPECT_EQ(text.GetLength(), expected.size());
 }

@@ -16,12 +16,12 @@ TEST(MNDefinesTest, Table_Walked_EachCodeHasItsOwnNameNumberAndText)
     std::set<std::string> texts;
     int entries = 0;
 #define MN_WALK(name, number, text)               \
-    EXPECT_EQ(name, static_cast<MNResult>(number)); \
-    EXPECT_STREQ(MNResultName(number), #name);    \
-    EXPECT_STREQ(MNResultText(number), text);     \
-    numbers.insert(number);                       \
-    texts.insert(text);                           \
-    ++entries;
+  EXPECT_EQ(name, static_cast<MNResult>(number)); \
+  EXPECT_STREQ(MNResultName(number), #name);      \
+  EXPECT_STREQ(MNResultText(number), text);       \
+  numbers.insert(number);                         \
+  texts.insert(text);                             \
+  ++entries;
     MN_RESULT_MAP(MN_WALK)
 #undef MN_WALK
     EXPECT_EQ(entries, 13);

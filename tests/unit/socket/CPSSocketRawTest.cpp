@@ -42,8 +42,8 @@ TEST_F(CPSSocketRawTest, OpenRawSocket_BindFails_Closes)
     m_Stack.On("ps_bind").Fails(PS_EADDRNOTAVAIL);
     EXPECT_EQ(m_pSocket->OpenRawSocket(2, 1, CMNInetAddr("10.0.0.1", 0)), -1);
     EXPECT_EQ(m_pSocket->GetHandle(), -1);
-    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"ps_socket(2,3,1)=101", "ps_bind(101,10.0.0.1:0{16,2},16)=-1",
-                                           "ps_close(101)=0"}));
+    EXPECT_EQ(m_Stack.TakeCalls(),
+              (CCalls{"ps_socket(2,3,1)=101", "ps_bind(101,10.0.0.1:0{16,2},16)=-1", "ps_close(101)=0"}));
 }
 
 TEST_F(CPSSocketRawTest, OpenRawSocket_StackHasNoSocket_ReturnsMinusOne)

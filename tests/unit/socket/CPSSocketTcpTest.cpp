@@ -46,8 +46,8 @@ TEST_F(CPSSocketTcpTest, OpenLocal_Any_BindsBehindTheOpen)
 {
     EXPECT_EQ(m_pSocket->Open(1, CMNInetAddr("10.0.0.1", 80)), 0);
     EXPECT_EQ(m_pSocket->GetHandle(), 101);
-    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"ps_socket(2,1,0)=101", "ps_setsockopt(101,1,2,1,4)=0",
-                                           "ps_bind(101,10.0.0.1:80{16,2},16)=0"}));
+    EXPECT_EQ(m_Stack.TakeCalls(),
+              (CCalls{"ps_socket(2,1,0)=101", "ps_setsockopt(101,1,2,1,4)=0", "ps_bind(101,10.0.0.1:80{16,2},16)=0"}));
 }
 
 TEST_F(CPSSocketTcpTest, OpenLocal_Ipv6_PassesItsLengthAndFamily)
@@ -72,8 +72,8 @@ TEST_F(CPSSocketTcpTest, OpenLocal_BindFails_ClosesAndReturnsItsResult)
     m_Stack.On("ps_bind").Fails(PS_EADDRINUSE);
     EXPECT_EQ(m_pSocket->Open(0, CMNInetAddr("10.0.0.1", 80)), -1);
     EXPECT_EQ(m_pSocket->GetHandle(), -1);
-    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"ps_socket(2,1,0)=101", "ps_bind(101,10.0.0.1:80{16,2},16)=-1",
-                                           "ps_close(101)=0"}));
+    EXPECT_EQ(m_Stack.TakeCalls(),
+              (CCalls{"ps_socket(2,1,0)=101", "ps_bind(101,10.0.0.1:80{16,2},16)=-1", "ps_close(101)=0"}));
 }
 
 TEST_F(CPSSocketTcpTest, OpenLocal_BindFailsWithAnotherNumber_ReturnsThatOne)

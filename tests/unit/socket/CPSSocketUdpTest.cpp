@@ -36,8 +36,8 @@ TEST_F(CPSSocketUdpTest, Open_BindFails_Closes)
     m_Stack.On("ps_bind").Fails(PS_EADDRINUSE);
     EXPECT_EQ(m_pSocket->Open(CMNInetAddr("10.0.0.1", 53)), -1);
     EXPECT_EQ(m_pSocket->GetHandle(), -1);
-    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"ps_socket(2,2,0)=101", "ps_bind(101,10.0.0.1:53{16,2},16)=-1",
-                                           "ps_close(101)=0"}));
+    EXPECT_EQ(m_Stack.TakeCalls(),
+              (CCalls{"ps_socket(2,2,0)=101", "ps_bind(101,10.0.0.1:53{16,2},16)=-1", "ps_close(101)=0"}));
 }
 
 TEST_F(CPSSocketUdpTest, Open_StackHasNoSocket_ReturnsMinusOne)

@@ -44,8 +44,8 @@ TEST_F(CPSTransportTcpReceiveTest, OnInput_FullBlock_IsOneBlockAndAnotherReceive
     m_Stack.On("ps_recv").WithData(std::string(65535, 'x'));
     m_Stack.On("ps_recv").WithData("y");
     EXPECT_EQ(Transport().OnInput(s_nSocket), 0);
-    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"ps_recv(7,65535,0)=65535", "OnReceive(65535 bytes)",
-                                           "ps_recv(7,65535,0)=1", "OnReceive(y)", RECEIVE_NOTHING}));
+    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"ps_recv(7,65535,0)=65535", "OnReceive(65535 bytes)", "ps_recv(7,65535,0)=1",
+                                           "OnReceive(y)", RECEIVE_NOTHING}));
 }
 
 TEST_F(CPSTransportTcpReceiveTest, OnInput_StackClaimsMoreThanTheRoom_StaysInsideTheBlock)

@@ -8,10 +8,14 @@ namespace uxport
 namespace
 {
 
-const std::vector<std::string> OPENING = {
-    "ps_setsockopt(7,4095,4097,65535,8)=0", "ps_setsockopt(7,4095,4098,65535,8)=0",
-    "ps_set_snd_rcv_buffer(7,65535,65535)=0", "ps_nodelay(7,1)=0", "ps_socket_nonblock(7)=0",
-    "ps_getsockname(7,28)=0:?{0,0}", "ps_getpeername(7,28)=0:?{0,0}", "RegisterHandler(7,4)=0"};
+const std::vector<std::string> OPENING = {"ps_setsockopt(7,4095,4097,65535,8)=0",
+                                          "ps_setsockopt(7,4095,4098,65535,8)=0",
+                                          "ps_set_snd_rcv_buffer(7,65535,65535)=0",
+                                          "ps_nodelay(7,1)=0",
+                                          "ps_socket_nonblock(7)=0",
+                                          "ps_getsockname(7,28)=0:?{0,0}",
+                                          "ps_getpeername(7,28)=0:?{0,0}",
+                                          "RegisterHandler(7,4)=0"};
 
 class CPSTransportTcpTest : public TransportTcpTest
 {
@@ -157,8 +161,8 @@ TEST_F(CPSTransportTcpTest, ErrorEvent_SinkReleasesTheLastReference_DeletesOnThe
     Open();
     m_Sink.m_AtDisconnect = [this](IPSTransport*) { m_pTransport = nullptr; };
     Turn(s_nSocket, PS_POLLHUP);
-    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"RemoveHandler(7,63)=0", "ps_close(7)=0", "OnDisconnect(10001)",
-                                           "ScheduleTimer(0,0s0us,1)=0"}));
+    EXPECT_EQ(m_Stack.TakeCalls(),
+              (CCalls{"RemoveHandler(7,63)=0", "ps_close(7)=0", "OnDisconnect(10001)", "ScheduleTimer(0,0s0us,1)=0"}));
     EXPECT_EQ(NewLiveObjects(), 1);
     Turn();
     EXPECT_EQ(NewLiveObjects(), 0);

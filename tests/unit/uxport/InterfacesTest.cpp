@@ -38,7 +38,8 @@ static_assert(std::has_virtual_destructor_v<IPSAcceptorConnectorId> && std::has_
               std::has_virtual_destructor_v<IPSTransportSink> && std::has_virtual_destructor_v<IPSConnectionManager> &&
               std::has_virtual_destructor_v<IPSConnectorInternal> && std::has_virtual_destructor_v<IPSRawTransport>);
 
-static_assert(std::is_base_of_v<IPSEventHandler, CPSTransportBase> && std::is_base_of_v<IPSTransport, CPSTransportBase>);
+static_assert(std::is_base_of_v<IPSEventHandler, CPSTransportBase> &&
+              std::is_base_of_v<IPSTransport, CPSTransportBase>);
 static_assert(std::is_base_of_v<mantle::CMNTimerWrapperIDSink, CPSTransportTcp>);
 static_assert(std::is_base_of_v<IPSEventHandler, CPSAcceptorTcp> && std::is_base_of_v<CPSAcceptorBase, CPSAcceptorTcp>);
 static_assert(std::is_base_of_v<mantle::IMNObserver, CConnector>);

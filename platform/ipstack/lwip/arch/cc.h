@@ -21,8 +21,8 @@ uint32_t uxport_ipstack_random(void);
 
 #define LWIP_PLATFORM_ASSERT(message) uxport_ipstack_assertion(message, __FILE__, __LINE__)
 #define LWIP_PLATFORM_DIAG(arguments) \
-    do {                              \
-    } while (0)
+  do {                                \
+  } while (0)
 #define LWIP_RAND() uxport_ipstack_random()
 
 /* Without the builtins lwIP calls a function for each field of a header. */
