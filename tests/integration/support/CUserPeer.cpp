@@ -30,7 +30,9 @@ void CUserPeer::Drop()
 
 void CUserPeer::Check(IPSTransport* transport) const
 {
-    EXPECT_EQ(m_pTransport.Get(), transport);
+    if (m_pTransport) {
+        EXPECT_EQ(m_pTransport.Get(), transport);
+    }
     EXPECT_EQ(0, m_nOnDisconnect) << "after the end";
     EXPECT_TRUE(mantle::CMNThreadManager::IsEqualCurrentThread(m_Loop.GetThread().GetThreadId()));
 }
