@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "socket/CPSSocketTcp.h"
+#include "tests/unit/doubles/CRecordingWrapper.h"
 #include "tests/unit/doubles/EndpointTest.h"
 #include "transport/CPSTransportTcp.h"
 
@@ -12,29 +13,6 @@ namespace
 {
 
 const std::string DELETION = "ScheduleTimer(0,0s0us,1)=0";
-
-// What the connector tells its wrapper.
-class CRecordingWrapper
-{
-public:
-    MNResult OnConnectIndication(long reason, IPSTransport* transport, IPSConnectorInternal* from)
-    {
-        CScriptedStack::Instance().Note("Wrapper(" + std::to_string(reason) + "," + (transport ? "transport" : "null") +
-                                        ")");
-        m_pFrom = from;
-        if (m_bKeep)
-            m_pKept = transport;
-        if (m_bDelete)
-            delete from;
-        return m_dwAnswer;
-    }
-
-    IPSConnectorInternal* m_pFrom = nullptr;
-    mantle::CMNAutoPtr<IPSTransport> m_pKept;
-    bool m_bKeep = false;
-    bool m_bDelete = false;
-    MNResult m_dwAnswer = 77;
-};
 
 using CConnector = CPSConnectorTcpT<CRecordingWrapper, CPSTransportTcp, CPSSocketTcp>;
 
