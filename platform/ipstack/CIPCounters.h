@@ -68,7 +68,11 @@ namespace ipstack
   X(WireLost, "wire.lost")                             \
   X(WireQueueFull, "wire.queue_full")                  \
   X(WireDuplicated, "wire.duplicated")                 \
-  X(WireReordered, "wire.reordered")
+  X(WireReordered, "wire.reordered")                   \
+  X(TunIn, "tun.in")                                   \
+  X(TunOut, "tun.out")                                 \
+  X(TunOutputFailed, "tun.output_failed")              \
+  X(CaptureFailed, "capture.failed")
 
 // 64-bit counters that any thread may raise and read.
 class CIPCounters

@@ -66,12 +66,19 @@ unsigned int CountLinks()
 
 CIPLink::~CIPLink()
 {
+    FreeQueue();
+}
+
+void CIPLink::FreeQueue()
+{
     Guard guard(m_Mutex);
     while (pbuf* packet = m_pFirst) {
         m_pFirst = packet->next;
         packet->next = nullptr;
         pbuf_free(packet);
     }
+    m_pLast = nullptr;
+    m_dwQueued = 0;
 }
 
 unsigned long CIPLink::Open(const CIPStackConfig& config)
@@ -170,25 +177,21 @@ void CIPLink::WaitUntilIdle() const
 
 unsigned long CIPLink::Input(const char* data, unsigned long length)
 {
-    m_dwInside.fetch_add(1);
-    unsigned long result = mantle::MN_OK;
-    {
-        CIPCoreGuard guard;
-        if (!m_bOpen) {
-            CIPCounters::Add(CIPCounters::LinkIn);
-            CIPCounters::Add(CIPCounters::FilterLinkClosing);
-            result = mantle::MN_ERROR_NOT_INITIALIZED;
-        } else if (pbuf* packet = CIPPacketFilter::Admit(&m_Netif, data, length)) {
-            if (CIPCore::IsFragment(packet)) {
-                CIPCore::Instance().NoteFragment();
-            }
-            CIPDemux::Input(packet, &m_Netif);
-        } else {
-            result = mantle::MN_ERROR_INVALID_ARG;
-        }
+    CIPCoreGuard guard;
+    if (!m_bOpen) {
+        CIPCounters::Add(CIPCounters::LinkIn);
+        CIPCounters::Add(CIPCounters::FilterLinkClosing);
+        return mantle::MN_ERROR_NOT_INITIALIZED;
     }
-    m_dwInside.fetch_sub(1);
-    return result;
+    pbuf* packet = CIPPacketFilter::Admit(&m_Netif, data, length);
+    if (!packet) {
+        return mantle::MN_ERROR_INVALID_ARG;
+    }
+    if (CIPCore::IsFragment(packet)) {
+        CIPCore::Instance().NoteFragment();
+    }
+    CIPDemux::Input(packet, &m_Netif);
+    return mantle::MN_OK;
 }
 
 void CIPLink::SendQueued()

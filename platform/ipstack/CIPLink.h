@@ -33,7 +33,11 @@ public:
     // is held.
     void Close();
 
-    // Waits until no thread is inside the link. Thread: any but one inside it, the core lock not held.
+    // Drops what waits to be sent. State: closed and idle.
+    void FreeQueue();
+
+    // Waits until no thread sends for the link or is about to. Thread: any but one inside its output, the core lock not
+    // held. Input need not be waited for: it works under the core lock and finds the link closed.
     void WaitUntilIdle() const;
 
     unsigned long Input(const char* data, unsigned long length) override;
@@ -53,9 +57,9 @@ private:
     IIPStackLowLevel& m_LowLevel;
     netif m_Netif{};
     u16_t m_wMtu = 0;
-    bool m_bOpen = false;    // the core lock
-    bool m_bListed = false;  // the core lock: in the core's list of links with output
-    std::atomic<unsigned int> m_dwInside{0};
+    bool m_bOpen = false;                     // the core lock
+    bool m_bListed = false;                   // the core lock: in the core's list of links with output
+    std::atomic<unsigned int> m_dwInside{0};  // threads that send for the link, or are going to
 
     mutable mantle::CMNMutexThread m_Mutex;
     pbuf* m_pFirst MN_GUARDED_BY(m_Mutex) = nullptr;

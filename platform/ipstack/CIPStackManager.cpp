@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "CIPCore.h"
 #include "CIPCounters.h"
@@ -44,6 +45,10 @@ IIPStackManager* IIPStackManager::Instance()
 {
     return &CIPStackManager::Get();
 }
+
+CIPStackManager::CIPStackManager() = default;
+
+CIPStackManager::~CIPStackManager() = default;
 
 CIPStackManager& CIPStackManager::Get()
 {
@@ -107,7 +112,14 @@ unsigned long CIPStackManager::DestroyStack(IIPStack* stack)
         link->Close();
     }
     link->WaitUntilIdle();
-    delete link;
+    link->FreeQueue();
+    std::unique_ptr<CIPLink> oldest;
+    CIPCoreGuard guard;
+    m_Closed.emplace_back(link);
+    if (m_Closed.size() > s_nMostClosed) {
+        oldest = std::move(m_Closed.front());
+        m_Closed.pop_front();
+    }
     return mantle::MN_OK;
 }
 

@@ -2,6 +2,8 @@
 #ifndef IPSTACK_CIPSTACKMANAGER_H
 #define IPSTACK_CIPSTACKMANAGER_H
 
+#include <deque>
+#include <memory>
 #include <vector>
 
 #include "ipstack/IIPStackManager.h"
@@ -26,11 +28,15 @@ public:
     std::size_t GetCounters(CIPStackCounter* counters, std::size_t room) override;
 
 private:
-    CIPStackManager() = default;
-    ~CIPStackManager() override = default;
+    CIPStackManager();
+    ~CIPStackManager() override;
 
     mantle::CMNMutexThread m_StartMutex;
-    std::vector<CIPLink*> m_Links;  // core lock
+    // Links taken down whose low level may still hand packets in; the oldest of more than these goes.
+    static constexpr std::size_t s_nMostClosed = 1024;
+
+    std::deque<std::unique_ptr<CIPLink>> m_Closed;  // core lock
+    std::vector<CIPLink*> m_Links;                  // core lock
 };
 
 }  // namespace ipstack

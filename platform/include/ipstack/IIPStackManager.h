@@ -56,7 +56,9 @@ public:
     virtual unsigned long CreateStack(const CIPStackConfig& config, IIPStackLowLevel* lowLevel, IIPStack*& stack) = 0;
 
     // Takes a link down: waits for running output and input of other threads, aborts its TCP connections and
-    // frees it. Not from inside its own output. Returns: 0; 10008 for a link that is none.
+    // frees it. Not from inside its own output. Packets that its low level still hands in are answered 10002 from then
+    // on, so that the low level is ended after it and not before; the object of the link stays for that until many
+    // others have been taken down. Returns: 0; 10008 for a link that is none.
     virtual unsigned long DestroyStack(IIPStack* stack) = 0;
 
     // Writes up to `room` counters and returns how many there are. Thread: any.

@@ -2,7 +2,9 @@
 #ifndef IPSTACK_IPSTACK_H
 #define IPSTACK_IPSTACK_H
 
+#include "ipstack/CIPCapture.h"
 #include "ipstack/CIPStackWire.h"
+#include "ipstack/CIPTunDevice.h"
 #include "ipstack/IIPStack.h"
 #include "ipstack/IIPStackManager.h"
 #include "ipstack/ps_defines.h"
