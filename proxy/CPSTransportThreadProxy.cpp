@@ -163,7 +163,8 @@ CPSTransportThreadProxy::CPSTransportThreadProxy(IPSTransport* transport, IPSRea
     : m_pTransport(transport), m_pThreadUser(threadUser), m_pReactorNetwork(reactorNetwork), m_dwType(type)
 {
     SetStartFlag();
-    BindStopFlagToThread(threadUser->GetThreadId());
+    if (threadUser)
+        BindStopFlagToThread(threadUser->GetThreadId());
 }
 
 CPSTransportThreadProxy::~CPSTransportThreadProxy()
