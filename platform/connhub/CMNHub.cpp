@@ -1,6 +1,6 @@
 #include "CMNHub.h"
 
-#include <fcntl.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +17,9 @@ using CGuard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
 
 thread_local const CMNHub* t_pCurrent = nullptr;
 
+// Between two tries of a channel for which the system takes no more: a fraction of what it holds has left by then.
+constexpr std::uint64_t s_qwRetryMs = 1;
+
 }  // namespace
 
 CMNHub::~CMNHub()
@@ -29,17 +32,14 @@ CMNHub::~CMNHub()
 
 bool CMNHub::Init()
 {
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) {
-        return false;
-    }
-    ::close(ends[1]);
-    m_nSpare = ends[0];
-    if (uv_loop_init(&m_Loop) != 0) {
+    m_nSpare = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (m_nSpare < 0 || uv_loop_init(&m_Loop) != 0) {
         return false;
     }
     m_bInitialised = true;
     m_Wake.data = this;
+    m_Retry.data = this;
+    uv_timer_init(&m_Loop, &m_Retry);
     return uv_async_init(&m_Loop, &m_Wake, [](uv_async_t* wake) { static_cast<CMNHub*>(wake->data)->OnWake(); }) == 0;
 }
 
@@ -128,6 +128,24 @@ void CMNHub::FlushNow()
     m_FlushSoon.clear();
 }
 
+void CMNHub::RetrySoon(const std::shared_ptr<CMNUDPChannel>& channel)
+{
+    m_RetrySoon.push_back(channel);
+    if (uv_is_active(reinterpret_cast<uv_handle_t*>(&m_Retry)) == 0) {
+        uv_timer_start(
+            &m_Retry, [](uv_timer_t* timer) { static_cast<CMNHub*>(timer->data)->OnRetry(); }, s_qwRetryMs, 0);
+    }
+}
+
+void CMNHub::OnRetry()
+{
+    CChannels channels;
+    channels.swap(m_RetrySoon);
+    for (const auto& channel : channels) {
+        channel->RetryOnLoop();
+    }
+}
+
 void CMNHub::Forget(const CMNUDPChannel* channel)
 {
     m_Channels.erase(std::remove_if(m_Channels.begin(), m_Channels.end(),
@@ -152,6 +170,7 @@ void CMNHub::CloseAll()
         channel->End();
     }
     m_FlushSoon.clear();
+    m_RetrySoon.clear();
 }
 
 void CMNHub::Destroy()
@@ -161,6 +180,7 @@ void CMNHub::Destroy()
     }
     m_bInitialised = false;
     CloseAll();
+    uv_close(reinterpret_cast<uv_handle_t*>(&m_Retry), nullptr);
     if (m_Wake.loop) {
         uv_close(reinterpret_cast<uv_handle_t*>(&m_Wake), nullptr);
     }

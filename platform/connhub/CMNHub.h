@@ -49,6 +49,9 @@ public:
     void FlushSoon(const std::shared_ptr<CMNUDPChannel>& channel) { m_FlushSoon.push_back(channel); }
     void FlushNow();
 
+    // Has the channel tried again in a moment, when the system takes no more. Thread: the background thread.
+    void RetrySoon(const std::shared_ptr<CMNUDPChannel>& channel);
+
     uv_loop_t* GetLoop() noexcept { return &m_Loop; }
     CMNReceiveRoom& GetRoom() noexcept { return m_Room; }
 
@@ -64,15 +67,18 @@ private:
 
     bool Ask(CChannels CMNHub::*list, const std::shared_ptr<CMNUDPChannel>& channel);
     void OnWake();
+    void OnRetry();
     void CloseAll();
 
     uv_loop_t m_Loop{};
     uv_async_t m_Wake{};
+    uv_timer_t m_Retry{};
     bool m_bInitialised = false;
     int m_nSpare = -1;
     CMNReceiveRoom m_Room;
     CChannels m_Channels;
     CChannels m_FlushSoon;
+    CChannels m_RetrySoon;
 
     mantle::CMNMutexThread m_Mutex;
     CChannels m_Starts MN_GUARDED_BY(m_Mutex);

@@ -218,12 +218,12 @@ void CMNUDPChannel::FlushOnLoop()
         again = SendQueue();
         CGuard guard(m_Mutex);
         if (m_nCountInSending != 0) {
-            // The system takes no more: it tells when it does.
+            // The system takes no more for now.
             m_bFlushAsked = false;
             again = false;
             if (!m_bFull) {
                 m_bFull = true;
-                Watch(true);
+                m_pHub->RetrySoon(shared_from_this());
             }
         }
     }
@@ -252,6 +252,15 @@ void CMNUDPChannel::Leave()
     }
 }
 
+void CMNUDPChannel::RetryOnLoop()
+{
+    {
+        CGuard guard(m_Mutex);
+        m_bFull = false;
+    }
+    FlushOnLoop();
+}
+
 void CMNUDPChannel::StartOnLoop()
 {
     if (!Enter()) {
@@ -262,41 +271,27 @@ void CMNUDPChannel::StartOnLoop()
         m_bWatched = true;
         m_pUntilClosed = shared_from_this();
         m_pHub->Keep(m_pUntilClosed);
-        Watch(false);
+        Watch();
     }
     Leave();
 }
 
-void CMNUDPChannel::Watch(bool writable)
+void CMNUDPChannel::Watch()
 {
-    if (m_bWatched) {
-        uv_poll_start(&m_Poll, writable ? UV_READABLE | UV_WRITABLE : UV_READABLE,
-                      [](uv_poll_t* poll, int status, int events) {
-                          static_cast<CMNUDPChannel*>(poll->data)->OnReady(status, events);
-                      });
-    }
+    uv_poll_start(&m_Poll, UV_READABLE,
+                  [](uv_poll_t* poll, int status, int) { static_cast<CMNUDPChannel*>(poll->data)->OnReady(status); });
 }
 
-void CMNUDPChannel::OnReady(int status, int events)
+void CMNUDPChannel::OnReady(int status)
 {
     const std::shared_ptr<CMNUDPChannel> self = shared_from_this();
-    if ((events & UV_WRITABLE) != 0) {
-        bool full = false;
-        {
-            CGuard guard(m_Mutex);
-            std::swap(full, m_bFull);
+    if (Enter()) {
+        ReceiveOnLoop();
+        // An error of the socket, which the receiving has taken away, has ended the watch.
+        if (status < 0 && m_bWatched) {
+            Watch();
         }
-        if (full && Enter()) {
-            Watch(false);
-            Leave();
-        }
-        FlushOnLoop();
-    }
-    if ((events & UV_READABLE) != 0 || status < 0) {
-        if (Enter()) {
-            ReceiveOnLoop();
-            Leave();
-        }
+        Leave();
     }
     m_pHub->FlushNow();
 }
@@ -407,6 +402,9 @@ void CMNUDPChannel::End()
 {
     {
         CGuard guard(m_Mutex);
+        if (m_eState == EState::OPEN && m_Socket.IsOpen()) {
+            SendLast();
+        }
         m_eState = EState::CLOSED;
     }
     CloseOnLoop();

@@ -26,7 +26,9 @@ class IMNUDPTransportSink;
 // piece that was received. Only one thread sends at a time and nobody waits for it: the others queue.
 //
 // Receiving. While the loop works for the channel it is busy; Detach waits for that, and frees the address at once,
-// while the loop's own bookkeeping for the descriptor goes on under the same number until the loop gets to it.
+// while the loop's own bookkeeping for the descriptor goes on under the same number until the loop gets to it. For that
+// the loop watches a descriptor in one way from its start to its end: it could not change its watch of a number that
+// stands for something else by then.
 class CMNUDPChannel : public std::enable_shared_from_this<CMNUDPChannel>
 {
 public:
@@ -48,6 +50,7 @@ public:
     // Of the loop. Thread: the background thread.
     void StartOnLoop();
     void FlushOnLoop();
+    void RetryOnLoop();
     void CloseOnLoop();
 
     // As CloseOnLoop, of a loop that no thread runs any more.
@@ -61,12 +64,12 @@ private:
         CLOSED
     };
 
-    void OnReady(int status, int events);
+    void Watch();
+    void OnReady(int status);
     bool Enter();
     void Leave();
     void ReceiveOnLoop();
     void Deliver(const char* data, std::size_t length, const mantle::CMNInetAddr& from);
-    void Watch(bool writable);
     bool IsIdle() const MN_REQUIRES(m_Mutex);
     std::size_t GetQueuedBytes() const MN_REQUIRES(m_Mutex);
     mantle::MNResult SendAlone(const char* data, unsigned long length, const mantle::CMNInetAddr& to);
@@ -88,7 +91,7 @@ private:
     EState m_eState MN_GUARDED_BY(m_Mutex) = EState::MADE;
     unsigned int m_dwBusy MN_GUARDED_BY(m_Mutex) = 0;   // the loop works for this channel, so many calls deep
     bool m_bSending MN_GUARDED_BY(m_Mutex) = false;     // a thread is in a send; m_Sending is its
-    bool m_bFull MN_GUARDED_BY(m_Mutex) = false;        // the loop waits until the system takes more
+    bool m_bFull MN_GUARDED_BY(m_Mutex) = false;        // the loop tries again in a moment
     bool m_bFlushAsked MN_GUARDED_BY(m_Mutex) = false;  // of the loop
     std::size_t m_nLimit MN_GUARDED_BY(m_Mutex) = IMNUDPTransport::s_dwQueueLimit;
     std::size_t m_nInSending MN_GUARDED_BY(m_Mutex) = 0;  // bytes in m_Sending when the send began
