@@ -1,7 +1,7 @@
 // One TCP connection between two processes, each with its own stack, over a UDP path on 127.0.0.1: throughput, and the
 // round trip of 64 bytes. Starts itself twice: once to serve, once to measure.
 //
-//     link_bench [--seconds N] [--mtu BYTES] [--buffer BYTES] [--owner network|user] [--counters]
+//     link_bench [--seconds N] [--mtu BYTES] [--buffer BYTES] [--owner network|user] [--only bulk|trip] [--counters]
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -44,6 +44,8 @@ struct CSettings
     unsigned long m_dwBuffer = 0;  // 0: the stack's own
     bool m_bUser = false;
     bool m_bCounters = false;
+    bool m_bBulk = true;
+    bool m_bTrip = true;
     std::string m_strRole;
     unsigned short m_wLocalPort = 0;
     unsigned short m_wRemotePort = 0;
@@ -122,7 +124,10 @@ public:
         if (id->IsConnector()) {
             m_bClient = true;
             m_tBegin = m_tSent = CClock::now();
-            Send(std::string(ROUND_TRIP, ECHO));
+            if (m_Settings.m_bTrip)
+                Send(std::string(ROUND_TRIP, ECHO));
+            else
+                BeginBulk();
         }
         return MN_OK;
     }
@@ -185,9 +190,10 @@ private:
                         m_RoundTrips[m_RoundTrips.size() / 2], m_RoundTrips[m_RoundTrips.size() * 99 / 100],
                         m_RoundTrips.size());
             std::fflush(stdout);
-            m_bBulk = true;
-            m_tBegin = now;
-            Send(std::string(1, BULK));
+            if (m_Settings.m_bBulk)
+                BeginBulk();
+            else
+                End();
             return;
         }
         // The first second is for the connection to find its speed.
@@ -202,9 +208,21 @@ private:
             std::fflush(stdout);
             m_bWarm = false;
             m_tBegin = now + std::chrono::hours(1);
-            m_pTransport->Disconnect(0);
-            m_pUser->Stop();
+            End();
         }
+    }
+
+    void BeginBulk()
+    {
+        m_bBulk = true;
+        m_tBegin = CClock::now();
+        Send(std::string(1, BULK));
+    }
+
+    void End()
+    {
+        m_pTransport->Disconnect(0);
+        m_pUser->Stop();
     }
 
     const CSettings m_Settings;
@@ -304,7 +322,11 @@ int main(int argc, char** argv)
             settings.m_dwBuffer = std::strtoul(next(), nullptr, 10);
         else if (name == "--owner")
             settings.m_bUser = std::strcmp(next(), "user") == 0;
-        else if (name == "--counters")
+        else if (name == "--only") {
+            const std::string only = next();
+            settings.m_bBulk = only == "bulk";
+            settings.m_bTrip = only == "trip";
+        } else if (name == "--counters")
             settings.m_bCounters = true;
         else if (name == "--role")
             settings.m_strRole = next();
