@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "CaptureLink.h"
+#include "CCaptureLink.h"
 #include "PacketMaker.h"
 #include "lwip/priv/tcp_priv.h"
 #include "lwip/udp.h"
@@ -107,7 +107,7 @@ protected:
         while (tcp_tw_pcbs != nullptr) {
             tcp_abort(tcp_tw_pcbs);
         }
-        CaptureLink::Pump();
+        CCaptureLink::Pump();
         if (m_pListener != nullptr) {
             tcp_close(m_pListener);
         }
@@ -176,7 +176,7 @@ protected:
         ASSERT_FALSE(m_Accepted.empty());
     }
 
-    CaptureLink m_Link;
+    CCaptureLink m_Link;
     tcp_pcb* m_pListener = nullptr;
     std::vector<CEnd*> m_Accepted;
     std::vector<CEnd> m_Clients;  // not resized while connected
@@ -194,7 +194,7 @@ TEST_F(CIPDemuxTest, ManyConnections_DataOnEach_GoesToItsOwnAndListIsOne)
     clients.resize(Connections);
     for (CEnd& client : clients) {
         Connect(client, ip_addr_t IPADDR4_INIT_BYTES(127, 0, 0, 1));
-        CaptureLink::Pump();
+        CCaptureLink::Pump();
         ASSERT_TRUE(client.m_bConnected);
     }
     ASSERT_EQ(Connections, m_Accepted.size());
@@ -209,7 +209,7 @@ TEST_F(CIPDemuxTest, ManyConnections_DataOnEach_GoesToItsOwnAndListIsOne)
                       tcp_write(clients[i].m_pPcb, text.data(), static_cast<u16_t>(text.size()), TCP_WRITE_FLAG_COPY));
             tcp_output(clients[i].m_pPcb);
         }
-        CaptureLink::Pump();
+        CCaptureLink::Pump();
     }
     for (std::size_t i = 0; i < Connections; ++i) {
         const std::string text = std::to_string(i) + ";";
@@ -232,11 +232,11 @@ TEST_F(CIPDemuxTest, Ipv6Connection_Data_Arrives)
     m_Clients.resize(1);
     CEnd& client = m_Clients[0];
     Connect(client, ip_addr_t IPADDR6_INIT(0, 0, 0, PP_HTONL(1)));
-    CaptureLink::Pump();
+    CCaptureLink::Pump();
     ASSERT_TRUE(client.m_bConnected);
     ASSERT_EQ(ERR_OK, tcp_write(client.m_pPcb, "six", 3, TCP_WRITE_FLAG_COPY));
     tcp_output(client.m_pPcb);
-    CaptureLink::Pump();
+    CCaptureLink::Pump();
     EXPECT_EQ("six", m_Accepted.at(0)->m_strReceived);
     EXPECT_EQ(2U, CIPDemux::GetTcpCount());
 }
@@ -250,7 +250,7 @@ TEST_F(CIPDemuxTest, PacketsQueued_ConnectionsEndBetweenThem_ListsStayWhole)
     for (CEnd& client : clients) {
         Connect(client, ip_addr_t IPADDR4_INIT_BYTES(127, 0, 0, 1));
     }
-    CaptureLink::Pump();
+    CCaptureLink::Pump();
     for (CEnd& client : clients) {
         tcp_write(client.m_pPcb, "abc", 3, TCP_WRITE_FLAG_COPY);
         tcp_output(client.m_pPcb);
@@ -259,7 +259,7 @@ TEST_F(CIPDemuxTest, PacketsQueued_ConnectionsEndBetweenThem_ListsStayWhole)
     for (std::size_t i = 0; i < Connections; i += 3) {
         tcp_abort(i % 2 == 0 ? clients[i].m_pPcb : m_Accepted[i]->m_pPcb);
     }
-    CaptureLink::Pump();
+    CCaptureLink::Pump();
     for (std::size_t i = 0; i < Connections; ++i) {
         EXPECT_EQ(i % 3 == 0, clients[i].m_pPcb == nullptr) << i;
         EXPECT_EQ(i % 3 == 0, m_Accepted[i]->m_pPcb == nullptr) << i;
@@ -278,14 +278,14 @@ TEST_F(CIPDemuxTest, ManyConnections_OrderlyClose_TimeWaitKnownThenForgotten)
     for (CEnd& client : clients) {
         Connect(client, ip_addr_t IPADDR4_INIT_BYTES(127, 0, 0, 1));
     }
-    CaptureLink::Pump();
+    CCaptureLink::Pump();
     for (std::size_t i = 0; i < Connections; i += 2) {
         tcp_shutdown(clients[i].m_pPcb, 0, 1);
-        CaptureLink::Pump();
+        CCaptureLink::Pump();
         EXPECT_TRUE(m_Accepted[i]->m_bEnded);
         tcp_shutdown(m_Accepted[i]->m_pPcb, 0, 1);
         m_Accepted[i]->m_pPcb = nullptr;
-        CaptureLink::Pump();
+        CCaptureLink::Pump();
     }
     EXPECT_EQ(Connections / 2, Count(tcp_tw_pcbs));
     EXPECT_EQ(Connections, Count(tcp_active_pcbs));

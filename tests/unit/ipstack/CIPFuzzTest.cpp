@@ -377,9 +377,9 @@ private:
     {
         if (message.m_bSix) {
             while (m_Dice.OneIn(6)) {
-                static const std::uint8_t Kinds[] = {0, 43, 60};
+                constexpr std::uint8_t kinds[] = {0, 43, 60};
                 message.m_Bytes = Extension6(message.m_bProtocol, message.m_Bytes);
-                message.m_bProtocol = Kinds[m_Dice.Below(3)];
+                message.m_bProtocol = kinds[m_Dice.Below(3)];
             }
         }
         if (m_Dice.OneIn(8)) {

@@ -26,11 +26,11 @@ TEST(CIPSipHashTest, PaperKey_PaperMessage_PaperResult)
     // Appendix A of the paper: key 00 01 .. 0f, message 00 01 .. 0e.
     CKey key;
     std::uint8_t message[15];
-    for (std::uint8_t i = 0; i < sizeof(key); ++i) {
-        key[i] = i;
+    for (std::size_t i = 0; i < sizeof(key); ++i) {
+        key[i] = static_cast<std::uint8_t>(i);
     }
-    for (std::uint8_t i = 0; i < sizeof(message); ++i) {
-        message[i] = i;
+    for (std::size_t i = 0; i < sizeof(message); ++i) {
+        message[i] = static_cast<std::uint8_t>(i);
     }
     EXPECT_EQ(0xa129ca6149be45e5U, CIPSipHash::Hash(key, message, sizeof(message)));
 }

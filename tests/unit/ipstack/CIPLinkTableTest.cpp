@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "CaptureLink.h"
+#include "CCaptureLink.h"
 #include "PacketMaker.h"
 
 namespace
@@ -77,7 +77,7 @@ private:
 class CIPLinkTableTest : public testing::Test
 {
 protected:
-    CaptureLink m_First{"10.1.0.1", "fd01::1"};
+    CCaptureLink m_First{"10.1.0.1", "fd01::1"};
     CSecondLink m_Second{"10.1.0.2", "fd01::2", "10.1.0.254"};
     netif* m_pA = m_First.Get();
     netif* m_pB = &m_Second.m_Netif;
@@ -85,7 +85,7 @@ protected:
 
 TEST_F(CIPLinkTableTest, TwoLinks_Facts_OwnMtuAndAllAddresses)
 {
-    EXPECT_EQ(CaptureLink::Mtu, CIPLinkTable::GetFacts(m_pA).m_dwMtu);
+    EXPECT_EQ(CCaptureLink::Mtu, CIPLinkTable::GetFacts(m_pA).m_dwMtu);
     EXPECT_EQ(1300U, CIPLinkTable::GetFacts(m_pB).m_dwMtu);
     for (const netif* link : {m_pA, m_pB}) {
         EXPECT_TRUE(CIPLinkTable::GetFacts(link).m_pOwn->Has4(Address4("10.1.0.1")));

@@ -158,7 +158,7 @@ TEST(CIPPortTable, MovedHold_Released_GivenBackOnce)
     {
         CHold second(std::move(first));
         EXPECT_TRUE(second.IsHeld());
-        EXPECT_FALSE(first.IsHeld());
+        EXPECT_FALSE(first.IsHeld());  // NOLINT: an empty hold is what a move leaves
         first.Release();
         EXPECT_EQ(1U, CIPPortTable::CountUses(CIPPortTable::Tcp, 81));
     }

@@ -152,7 +152,7 @@ TEST(CMNInetAddrTest, OneAddress_PreparedAndCopiedByManyThreads_NoRace)
         threads.emplace_back([&shared] {
             for (int step = 0; step < 2000; ++step) {
                 shared.PrepareForStack();
-                CMNInetAddr copy(shared);
+                const CMNInetAddr copy(shared);  // NOLINT: the copy is what is looked at
                 CMNInetAddr other;
                 other = shared;
                 EXPECT_EQ(copy, shared);
@@ -171,7 +171,7 @@ TEST(CMNInetAddrTest, OnlyBytesThatDifferAreWritten_WrongBytePreparedByManyThrea
         static_cast<unsigned char*>(shared.GetPtr())[1] = 0;
         std::thread one([&shared] { shared.PrepareForStack(); });
         std::thread two([&shared] {
-            const CMNInetAddr copy(shared);
+            const CMNInetAddr copy(shared);  // NOLINT: the copy is what is looked at
             EXPECT_EQ(copy.GetPort(), 80);
             shared.PrepareForStack();
         });

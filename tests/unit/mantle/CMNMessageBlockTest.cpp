@@ -1,8 +1,8 @@
 #include "mantle/CMNMessageBlock.h"
 
 #include <atomic>
-#include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <set>
 #include <string>
@@ -238,11 +238,7 @@ long ResidentBytes()
 {
     long pages = 0;
     long resident = 0;
-    if (std::FILE* file = std::fopen("/proc/self/statm", "r")) {
-        if (std::fscanf(file, "%ld %ld", &pages, &resident) != 2)
-            resident = 0;
-        std::fclose(file);
-    }
+    std::ifstream("/proc/self/statm") >> pages >> resident;
     return resident * 4096;
 }
 

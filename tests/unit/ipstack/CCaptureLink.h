@@ -1,6 +1,6 @@
 // A link of lwIP's that keeps what is sent, for tests that hold the core lock.
-#ifndef TESTS_UNIT_IPSTACK_CAPTURELINK_H
-#define TESTS_UNIT_IPSTACK_CAPTURELINK_H
+#ifndef TESTS_UNIT_IPSTACK_CCAPTURELINK_H
+#define TESTS_UNIT_IPSTACK_CCAPTURELINK_H
 
 #include <memory>
 #include <vector>
@@ -10,15 +10,15 @@
 #include "platform/ipstack/CIPCore.h"
 
 // Starts the stack and holds the core lock while it lives: nothing of the stack moves unless the test moves it.
-class CaptureLink
+class CCaptureLink
 {
 public:
     static constexpr unsigned int Mtu = 1400;
 
-    CaptureLink(const char* address, const char* address6);
-    ~CaptureLink();
-    CaptureLink(const CaptureLink&) = delete;
-    CaptureLink& operator=(const CaptureLink&) = delete;
+    CCaptureLink(const char* address, const char* address6);
+    ~CCaptureLink();
+    CCaptureLink(const CCaptureLink&) = delete;
+    CCaptureLink& operator=(const CCaptureLink&) = delete;
 
     netif* Get() noexcept { return &m_Netif; }
 

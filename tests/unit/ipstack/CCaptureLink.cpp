@@ -1,4 +1,4 @@
-#include "CaptureLink.h"
+#include "CCaptureLink.h"
 
 #include "lwip/ip.h"
 #include "platform/ipstack/CIPDemux.h"
@@ -9,10 +9,10 @@ using ipstack::CIPDemux;
 using ipstack::CIPLinkTable;
 using ipstack::CIPPacketFilter;
 
-CaptureLink::CaptureLink(const char* address, const char* address6)
+CCaptureLink::CCaptureLink(const char* address, const char* address6)
 {
     ipstack::CIPCore::Instance().Start();
-    m_pGuard.reset(new ipstack::CIPCoreGuard);
+    m_pGuard = std::make_unique<ipstack::CIPCoreGuard>();
     ip4_addr_t own;
     ip4_addr_t mask;
     ip4_addr_t gateway;
@@ -29,14 +29,14 @@ CaptureLink::CaptureLink(const char* address, const char* address6)
     CIPLinkTable::AddLink(&m_Netif);
 }
 
-CaptureLink::~CaptureLink()
+CCaptureLink::~CCaptureLink()
 {
     Pump();
     CIPLinkTable::RemoveLink(&m_Netif);
     netif_remove(&m_Netif);
 }
 
-err_t CaptureLink::OnInit(netif* link)
+err_t CCaptureLink::OnInit(netif* link)
 {
     link->name[0] = 'c';
     link->name[1] = 'p';
@@ -47,33 +47,33 @@ err_t CaptureLink::OnInit(netif* link)
     return ERR_OK;
 }
 
-err_t CaptureLink::OnOutput4(netif* link, pbuf* packet, const ip4_addr_t*)
+err_t CCaptureLink::OnOutput4(netif* link, pbuf* packet, const ip4_addr_t*)
 {
-    static_cast<CaptureLink*>(link->state)->Keep(packet);
+    static_cast<CCaptureLink*>(link->state)->Keep(packet);
     return ERR_OK;
 }
 
-err_t CaptureLink::OnOutput6(netif* link, pbuf* packet, const ip6_addr_t*)
+err_t CCaptureLink::OnOutput6(netif* link, pbuf* packet, const ip6_addr_t*)
 {
-    static_cast<CaptureLink*>(link->state)->Keep(packet);
+    static_cast<CCaptureLink*>(link->state)->Keep(packet);
     return ERR_OK;
 }
 
-void CaptureLink::Keep(const pbuf* packet)
+void CCaptureLink::Keep(const pbuf* packet)
 {
     packetmaker::CPacket bytes(packet->tot_len);
     pbuf_copy_partial(packet, bytes.data(), packet->tot_len, 0);
     m_Sent.push_back(std::move(bytes));
 }
 
-std::vector<packetmaker::CPacket> CaptureLink::Take()
+std::vector<packetmaker::CPacket> CCaptureLink::Take()
 {
     std::vector<packetmaker::CPacket> sent;
     sent.swap(m_Sent);
     return sent;
 }
 
-bool CaptureLink::Input(const packetmaker::CPacket& packet)
+bool CCaptureLink::Input(const packetmaker::CPacket& packet)
 {
     pbuf* admitted = CIPPacketFilter::Admit(&m_Netif, packet.data(), packet.size());
     if (admitted == nullptr) {
@@ -83,7 +83,7 @@ bool CaptureLink::Input(const packetmaker::CPacket& packet)
     return true;
 }
 
-unsigned int CaptureLink::Pump()
+unsigned int CCaptureLink::Pump()
 {
     unsigned int count = 0;
     for (bool found = true; found;) {
