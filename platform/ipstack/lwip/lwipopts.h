@@ -14,10 +14,13 @@ extern "C" {
 #endif
 /* Reports a caller that does not hold the core lock; defined beside the lock. */
 void uxport_ipstack_assert_core_locked(void);
+/* The checksum, not inverted (CIPChecksum). */
+unsigned short uxport_ipstack_checksum(const void* data, int length);
 #ifdef __cplusplus
 }
 #endif
 #define LWIP_ASSERT_CORE_LOCKED() uxport_ipstack_assert_core_locked()
+#define LWIP_CHKSUM(data, length) uxport_ipstack_checksum(data, length)
 
 /* Memory: the C library's; the numbers of lwIP's pools bound nothing, the socket layer has limits of its own. */
 #define MEM_LIBC_MALLOC 1
