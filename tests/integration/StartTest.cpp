@@ -109,17 +109,17 @@ TEST(StartTest, OnTheNetworkThread_TypesOfConnections_AnsweredAsOffered)
     EXPECT_FALSE(IPSConnectionManager::Instance()->IsNetworkThread(0));
 }
 
-TEST(StartTest, OnAUserThread_Create_AnswersNotOfferedAndLeavesThePlaceAlone)
+TEST(StartTest, OnAUserThread_Create_GivesAProxyAndWithoutAThreadObjectNothing)
 {
     CNetwork network;
-    IPSAcceptor* const acceptorBefore = reinterpret_cast<IPSAcceptor*>(0x10);
-    IPSAcceptor* acceptor = acceptorBefore;
-    EXPECT_EQ(10004UL, IPSConnectionManager::Instance()->CreateConnectionServer(CONNECTION_TYPE_TCP, acceptor));
-    EXPECT_EQ(acceptorBefore, acceptor);
-    std::thread([acceptorBefore] {
-        IPSAcceptor* other = acceptorBefore;
+    mantle::CMNAutoPtr<IPSAcceptor> proxy;
+    EXPECT_EQ(MN_OK, IPSConnectionManager::Instance()->CreateConnectionServer(CONNECTION_TYPE_TCP, proxy.ParaOut()));
+    EXPECT_TRUE(proxy);
+    std::thread([] {
+        IPSAcceptor* const before = reinterpret_cast<IPSAcceptor*>(0x10);
+        IPSAcceptor* other = before;
         EXPECT_EQ(10001UL, IPSConnectionManager::Instance()->CreateConnectionServer(CONNECTION_TYPE_TCP, other));
-        EXPECT_EQ(acceptorBefore, other);
+        EXPECT_EQ(before, other);
     }).join();
 }
 

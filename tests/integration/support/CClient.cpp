@@ -16,9 +16,9 @@ CClient::~CClient()
 MNResult CClient::Connect(const CMNInetAddr& address, long seconds, CMNInetAddr* local)
 {
     if (!m_pConnector)
-        m_pConnector = m_Network.CreateClient();
+        m_pConnector = m_Network.CreateClient(m_dwType);
     CMNTimeValue timeout(seconds, 0);
-    return m_pConnector->AsycConnect(this, address, seconds != 0 ? &timeout : nullptr, local, 0, 0);
+    return m_pConnector->AsycConnect(this, address, seconds != 0 ? &timeout : nullptr, local, m_wNumber1, m_wNumber2);
 }
 
 void CClient::ReleaseConnector()

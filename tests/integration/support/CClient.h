@@ -27,6 +27,9 @@ public:
     uxport::MNResult OnConnectIndication(long result, uxport::IPSTransport* transport,
                                          uxport::IPSAcceptorConnectorId* id) override;
 
+    unsigned long m_dwType = uxport::CONNECTION_TYPE_TCP;
+    unsigned short m_wNumber1 = 0;  // the protocol's, for AsycConnect
+    unsigned short m_wNumber2 = 0;
     std::vector<long> m_Results;            // one for each indication
     bool m_bTake = true;                    // false: lets the transport go
     std::function<void(long)> m_fOnResult;  // at the end of the indication; may destroy the client

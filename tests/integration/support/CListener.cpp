@@ -15,8 +15,8 @@ CListener::~CListener()
 MNResult CListener::Listen(const CMNInetAddr& address)
 {
     if (!m_pAcceptor)
-        m_pAcceptor = m_Network.CreateServer();
-    return m_pAcceptor->StartListen(this, address, 0, 0);
+        m_pAcceptor = m_Network.CreateServer(m_dwType);
+    return m_pAcceptor->StartListen(this, address, m_wNumber1, m_wNumber2);
 }
 
 void CListener::Close()

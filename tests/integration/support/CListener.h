@@ -30,6 +30,9 @@ public:
     uxport::MNResult OnConnectIndication(long result, uxport::IPSTransport* transport,
                                          uxport::IPSAcceptorConnectorId* id) override;
 
+    unsigned long m_dwType = uxport::CONNECTION_TYPE_TCP;
+    unsigned short m_wNumber1 = 0;  // the protocol's, for StartListen
+    unsigned short m_wNumber2 = 0;
     bool m_bOpen = true;  // opens the transports it takes
     bool m_bTake = true;  // false: counts and lets the transport go
     int m_nIndications = 0;

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "acceptor/CPSAcceptorRaw.h"
 #include "acceptor/CPSAcceptorTcp.h"
+#include "acceptor/CPSAcceptorUdp.h"
 #include "connector/CPSConnectorWrapper.h"
 #include "ipstack/ipstack.h"
 #include "reactor/CPSReactorBase.h"
@@ -119,28 +121,33 @@ void CNetwork::Turn(int turns)
     Run([] {});  // the handler's last call has returned
 }
 
-IPSAcceptor* CNetwork::CreateServer()
+IPSAcceptor* CNetwork::CreateServer(unsigned long type)
 {
     IPSAcceptor* server = nullptr;
     if (m_eKind == EKind::MANAGER) {
-        EXPECT_EQ(MN_OK, IPSConnectionManager::Instance()->CreateConnectionServer(CONNECTION_TYPE_TCP, server));
+        EXPECT_EQ(MN_OK, IPSConnectionManager::Instance()->CreateConnectionServer(type, server));
         return server;
     }
-    server = new CPSAcceptorTcp(m_pReactor);
+    if (type == CONNECTION_TYPE_UDP)
+        server = new CPSAcceptorUdp(m_pReactor);
+    else if (type == CONNECTION_TYPE_RAW)
+        server = new CPSAcceptorRaw(m_pReactor);
+    else
+        server = new CPSAcceptorTcp(m_pReactor);
     server->AddReference();
     return server;
 }
 
-IPSConnector* CNetwork::CreateClient()
+IPSConnector* CNetwork::CreateClient(unsigned long type)
 {
     IPSConnector* client = nullptr;
     if (m_eKind == EKind::MANAGER) {
-        EXPECT_EQ(MN_OK, IPSConnectionManager::Instance()->CreateConnectionClient(CONNECTION_TYPE_TCP, client));
+        EXPECT_EQ(MN_OK, IPSConnectionManager::Instance()->CreateConnectionClient(type, client));
         return client;
     }
     auto* wrapper = new CPSConnectorWrapper(m_pReactor);
     wrapper->AddReference();
-    EXPECT_EQ(MN_OK, wrapper->Init(CONNECTION_TYPE_TCP));
+    EXPECT_EQ(MN_OK, wrapper->Init(type));
     return wrapper;
 }
 

@@ -63,8 +63,8 @@ public:
     void Turn(int turns = 3);
 
     // One reference comes along. Thread: the network thread.
-    uxport::IPSAcceptor* CreateServer();
-    uxport::IPSConnector* CreateClient();
+    uxport::IPSAcceptor* CreateServer(unsigned long type = uxport::CONNECTION_TYPE_TCP);
+    uxport::IPSConnector* CreateClient(unsigned long type = uxport::CONNECTION_TYPE_TCP);
 
 private:
     EKind m_eKind;
