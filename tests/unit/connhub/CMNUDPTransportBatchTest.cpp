@@ -26,9 +26,10 @@ protected:
         MakeOpen(m_SinkA, m_A, m_AddressA);
         Send(m_B, "go", m_AddressA);
         ASSERT_TRUE(m_SinkB.WaitFor(s_nMany));
+        const std::vector<CRecordingSink::CDatagram> received = m_SinkB.Get();
+        ASSERT_EQ(received.size(), s_nMany);
         for (std::size_t index = 0; index < s_nMany; ++index)
-            ASSERT_EQ(m_SinkB.Get()[index].m_strData, make(index)) << index;
-        EXPECT_EQ(m_SinkB.Get().size(), s_nMany);
+            ASSERT_EQ(received[index].m_strData, make(index)) << index;
         ASSERT_TRUE(m_SinkA.WaitFor(1));
         EXPECT_EQ(m_A->GetCounters().m_qwSent, s_nMany);
         EXPECT_EQ(m_A->GetCounters().m_qwDropped, 0u);
@@ -109,8 +110,9 @@ TEST_F(UDPTransportBatchTest, AnotherThreadSendsMany_Received_InOrder)
             ASSERT_TRUE(m_SinkB.WaitFor(index + 1));
         }
     }
+    const std::vector<CRecordingSink::CDatagram> received = m_SinkB.Get();
     for (std::size_t index = 0; index < many; ++index)
-        ASSERT_EQ(m_SinkB.Get()[index].m_strData, Numbered(index, 50));
+        ASSERT_EQ(received[index].m_strData, Numbered(index, 50));
 }
 
 }  // namespace

@@ -215,14 +215,16 @@ TEST_F(CIPCaptureTest, PacketsOfTwoThreads_SwitchedAllTheTime_EveryRecordIsWhole
     std::thread output([&] {
         while (!stop.load()) {
             Out(std::string(300, 'o'));
+            std::this_thread::yield();
         }
     });
     std::thread input([&] {
         while (!stop.load()) {
             In(std::string(700, 'i'));
+            std::this_thread::yield();
         }
     });
-    for (int round = 0; round < 50; ++round) {
+    for (int round = 0; round < 20; ++round) {
         ASSERT_EQ(m_Capture.Start(m_strPath), 0u);
         while (m_Capture.GetPackets() < 20) {
             std::this_thread::yield();
