@@ -2,37 +2,14 @@
 // transports directly; its readers are main's.
 #include <cinttypes>
 #include <cstdio>
-#include <functional>
-#include <utility>
 
 #include <CLI/CLI.hpp>
 
 #include "CChargenServer.h"
+#include "CExamplePath.h"
 #include "CReader.h"
 
 using namespace uxport;
-
-namespace
-{
-
-// A function as an event.
-class CCall : public IMNEvent
-{
-public:
-    explicit CCall(std::function<MNResult()> function) : m_Function(std::move(function)) {}
-    MNResult OnEventFire() override { return m_Function(); }
-
-private:
-    std::function<MNResult()> m_Function;
-};
-
-// Runs `function` on the network thread and waits for it.
-MNResult OnNetworkThread(std::function<MNResult()> function)
-{
-    return IPSConnectionManager::Instance()->GetReactor()->SendEvent(new CCall(std::move(function)));
-}
-
-}  // namespace
 
 int main(int argc, char** argv)
 {
@@ -45,12 +22,14 @@ int main(int argc, char** argv)
     options.add_option("--bytes", bytes, "to read over TCP")->capture_default_str();
     options.add_option("--datagrams", datagrams, "to ask for over UDP")->capture_default_str();
     options.add_option("--port", port, "of the server")->capture_default_str()->check(CLI::Range(1, 65535));
+    CExamplePath path;
+    path.AddOptions(options);
     CLI11_PARSE(options, argc, argv);
 
-    if (!CExample::Start())
+    if (!CExample::Start() || !path.Open())
         return 2;
     CChargenServer server;
-    const MNResult result = OnNetworkThread([&] { return server.Start(CMNInetAddr("0.0.0.0", port)); });
+    const MNResult result = CExample::OnNetworkThread([&] { return server.Start(CMNInetAddr("0.0.0.0", port)); });
     if (result != MN_OK)
         return CExample::Fail("the server", result);
     int running = 2;
@@ -65,7 +44,7 @@ int main(int argc, char** argv)
     if (!serving && (stream.Start(own) != MN_OK || packets.Start(own) != MN_OK))
         return CExample::Fail("the readers", MN_ERROR_FAILURE);
     CExample::Run();
-    OnNetworkThread([&server] {
+    CExample::OnNetworkThread([&server] {
         server.Stop();
         return MN_OK;
     });

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "CDiscardServer.h"
+#include "CExamplePath.h"
 #include "CSender.h"
 
 using namespace uxport;
@@ -36,9 +37,11 @@ int main(int argc, char** argv)
     options.add_option("--bytes", bytes, "to send over TCP")->capture_default_str();
     options.add_option("--datagrams", datagrams, "to send over UDP")->capture_default_str();
     options.add_option("--port", port, "of the servers")->capture_default_str()->check(CLI::Range(1, 65535));
+    CExamplePath path;
+    path.AddOptions(options);
     CLI11_PARSE(options, argc, argv);
 
-    if (!CExample::Start())
+    if (!CExample::Start() || !path.Open())
         return 2;
     std::function<void()> onReceived;
     CDiscardServer tcp([&onReceived] { onReceived(); });

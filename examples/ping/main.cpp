@@ -4,6 +4,7 @@
 #include <ipstack/CIPStackWire.h>
 #include <CLI/CLI.hpp>
 
+#include "CExamplePath.h"
 #include "CPing.h"
 
 using namespace uxport;
@@ -44,9 +45,11 @@ int main(int argc, char** argv)
         ->needs(wire)
         ->capture_default_str()
         ->check(CLI::Range(0.0, 100.0));
+    CExamplePath path;
+    path.AddOptions(app);
     CLI11_PARSE(app, argc, argv);
 
-    if (!CExample::Start())
+    if (!CExample::Start() || !path.Open())
         return 2;
     ipstack::CIPStackWire memory;
     if (wired) {

@@ -3,9 +3,26 @@
 #include <csignal>
 #include <cstdio>
 #include <thread>
+#include <utility>
 
 using namespace uxport;
 using mantle::CMNThreadUser;
+
+namespace
+{
+
+// A function as an event.
+class CCall : public IMNEvent
+{
+public:
+    explicit CCall(std::function<MNResult()> function) : m_Function(std::move(function)) {}
+    MNResult OnEventFire() override { return m_Function(); }
+
+private:
+    std::function<MNResult()> m_Function;
+};
+
+}  // namespace
 
 bool CExample::Start()
 {
@@ -35,6 +52,11 @@ void CExample::Run()
 void CExample::Stop()
 {
     CMNThreadUser::AdoptCurrentThread()->Stop();
+}
+
+MNResult CExample::OnNetworkThread(std::function<MNResult()> function)
+{
+    return IPSConnectionManager::Instance()->GetReactor()->SendEvent(new CCall(std::move(function)));
 }
 
 int CExample::Fail(const std::string& what, MNResult result)

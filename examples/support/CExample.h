@@ -2,6 +2,7 @@
 #ifndef EXAMPLES_SUPPORT_CEXAMPLE_H
 #define EXAMPLES_SUPPORT_CEXAMPLE_H
 
+#include <functional>
 #include <string>
 
 #include <ipstack/ipstack.h>
@@ -17,6 +18,9 @@ public:
     // Runs main's loop until Stop, or until the user or the system asks the program to end (SIGINT, SIGTERM).
     static void Run();
     static void Stop();
+
+    // Runs `function` on the network thread and waits for it. Returns: what it returned.
+    static uxport::MNResult OnNetworkThread(std::function<uxport::MNResult()> function);
 
     // Say what is missing on standard error and return the exit status for it.
     static int Fail(const std::string& what, uxport::MNResult result);

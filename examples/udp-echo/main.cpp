@@ -6,6 +6,7 @@
 
 #include "CEchoClient.h"
 #include "CEchoServer.h"
+#include "CExamplePath.h"
 
 using namespace uxport;
 
@@ -20,9 +21,11 @@ int main(int argc, char** argv)
     options.add_option("--peers", peers, "clients")->capture_default_str()->check(CLI::Range(0, 4000));
     options.add_option("--lines", lines, "datagrams of each")->capture_default_str()->check(CLI::Range(1, 1000000));
     options.add_option("--port", port, "of the server")->capture_default_str()->check(CLI::Range(1, 65535));
+    CExamplePath path;
+    path.AddOptions(options);
     CLI11_PARSE(options, argc, argv);
 
-    if (!CExample::Start())
+    if (!CExample::Start() || !path.Open())
         return 2;
     CEchoServer server;
     if (const MNResult result = server.Start(CMNInetAddr("0.0.0.0", port)); result != MN_OK)
