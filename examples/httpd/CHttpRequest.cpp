@@ -56,10 +56,8 @@ void CHttpRequest::EndField()
 std::size_t CHttpRequest::Take(const char* data, std::size_t length)
 {
     static const http_parser_settings settings = MakeSettings();
-    std::size_t taken = http_parser_execute(&m_Parser, &settings, data, length);
+    const std::size_t taken = http_parser_execute(&m_Parser, &settings, data, length);
     const http_errno error = HTTP_PARSER_ERRNO(&m_Parser);
-    if (error == HPE_PAUSED && taken < length && m_eState == EState::COMPLETE)
-        ++taken;  // the parser stops on the last byte of the request
     if (!m_bHeadOver)
         m_nHead += taken;
     if (m_nHead > s_nLongestHead || error == HPE_HEADER_OVERFLOW)
