@@ -57,6 +57,25 @@ pbuf* PopLooped(netif* link) noexcept
     return packet;
 }
 
+// Whether the timer has nothing to do for the connection: it is open, nothing is on its way, nothing is owed.
+bool IsAtRest(const tcp_pcb& pcb) noexcept
+{
+    constexpr unsigned int owed = TF_ACK_DELAY | TF_ACK_NOW | TF_CLOSEPEND;
+    return (pcb.state == ESTABLISHED || pcb.state == CLOSE_WAIT) && !pcb.unsent && !pcb.unacked && !pcb.ooseq &&
+           !pcb.refused_data && pcb.persist_backoff == 0 && (pcb.flags & owed) == 0 &&
+           !ip_get_option(&pcb, SOF_KEEPALIVE);
+}
+
+// Whether TCP needs its timer. What changes that holds the core lock, and the timer is set when it lets go.
+bool NeedsTicks() noexcept
+{
+    bool needs = tcp_tw_pcbs != nullptr;
+    for (const tcp_pcb* pcb = tcp_active_pcbs; pcb && !needs; pcb = pcb->next) {
+        needs = !IsAtRest(*pcb);
+    }
+    return needs;
+}
+
 }  // namespace
 
 CIPCore::CIPCore() : m_pThread(new CIPStackThread(*this)) {}
@@ -214,7 +233,9 @@ void CIPCore::Leave()
         }
         Lock();
     }
-    if (m_llTcpDeadline == CIPTimerSource::NoDeadline && (tcp_active_pcbs || tcp_tw_pcbs)) {
+    const bool touched = drained != 0 || !m_bOnlyTimers;
+    m_bOnlyTimers = false;
+    if (touched && m_llTcpDeadline == CIPTimerSource::NoDeadline && (tcp_active_pcbs || tcp_tw_pcbs)) {
         m_llTcpDeadline = mantle::CMNClock::NowUs() + s_llTcpIntervalUs;
         WakeTimerThread();
     }
@@ -256,14 +277,14 @@ long long CIPCore::NextDeadline() const noexcept
 
 void CIPCore::StepTimer(long long now)
 {
+    m_bOnlyTimers = true;
     if (m_llTcpDeadline <= now && m_llTcpDeadline <= m_llReassDeadline) {
         const u32_t ticks = tcp_ticks;
         tcp_tmr();
         if (tcp_ticks != ticks) {
             CIPTcpEnd::OnSlowTick();
         }
-        m_llTcpDeadline = tcp_active_pcbs || tcp_tw_pcbs ? NextTick(m_llTcpDeadline, s_llTcpIntervalUs, now)
-                                                         : CIPTimerSource::NoDeadline;
+        m_llTcpDeadline = NeedsTicks() ? NextTick(m_llTcpDeadline, s_llTcpIntervalUs, now) : CIPTimerSource::NoDeadline;
     } else if (m_llReassDeadline <= now) {
         ip_reass_tmr();
         ip6_reass_tmr();

@@ -101,6 +101,7 @@ private:
     long long m_llReassDeadline = CIPTimerSource::NoDeadline;
     unsigned int m_dwReassTicks = 0;  // ticks that reassembly still gets
     bool m_bDrainLeft = false;        // packets are left to the stack's own thread
+    bool m_bOnlyTimers = false;       // this hold of the lock is the stack's own thread's, for its timers
 
     CIPStackThread* m_pThread;
 };

@@ -110,6 +110,7 @@ void CIPStackThread::Run()
         CIPShortList<CIPLink> outputs;
         {
             CIPCoreGuard guard;
+            m_Core.m_bOnlyTimers = true;
             drain = m_Core.m_bDrainLeft;
             m_Core.m_bDrainLeft = false;
             coreDeadline = m_Core.NextDeadline();
