@@ -5,7 +5,7 @@ PREFIX ?= /usr/local
 FILE ?=
 
 .DEFAULT_GOAL := build
-.PHONY: help deps build demo test asan tsan clang soak bench format lint docs install clean
+.PHONY: help deps build demo test asan tsan clang soak bench bench-link format lint docs install clean
 
 help:
 	@echo 'deps     packages (as root) and the source of lwIP'
@@ -13,7 +13,7 @@ help:
 	@echo 'demo     copies a file through the stack: make demo [FILE=...]'
 	@echo 'test     the tests; make asan, make tsan: the same under sanitizers; make clang: built by clang'
 	@echo 'soak     the long tests'
-	@echo 'bench    the benchmarks'
+	@echo 'bench    the benchmarks; bench-link: two processes and a link, beside a tunnel by socat (as root)'
 	@echo 'format   clang-format over all sources; lint: clang-tidy, cppcheck, format and words'
 	@echo 'docs     reference pages by doxygen'
 	@echo 'install  into PREFIX=$(PREFIX); DESTDIR is honoured'
@@ -54,6 +54,11 @@ bench:
 	@sh scripts/deps.sh bench
 	$(call build_preset,bench)
 	cmake --build --preset bench --target run_bench
+
+bench-link:
+	@sh scripts/deps.sh bench
+	$(call build_preset,bench) --target link_bench kernel_trip
+	@sh bench/link/run.sh build/bench/bin
 
 format:
 	@sh scripts/deps.sh lint

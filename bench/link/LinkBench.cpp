@@ -30,6 +30,7 @@ using CClock = std::chrono::steady_clock;
 
 constexpr unsigned short PORT = 5201;
 constexpr std::size_t PIECE = 65536;
+constexpr std::size_t LARGE_PIECE = 1 << 20;
 constexpr std::size_t ROUND_TRIP = 64;
 constexpr char BULK = 'B';
 constexpr char ECHO = 'E';
@@ -49,6 +50,7 @@ struct CSettings
     std::string m_strRole;
     unsigned short m_wLocalPort = 0;
     unsigned short m_wRemotePort = 0;
+    int m_nReady = -1;  // written to when the server listens
 };
 
 class CWork : public mantle::IMNEvent
@@ -69,7 +71,11 @@ private:
 class CEnd : public IPSAcceptorConnectorSink, public IPSTransportSink
 {
 public:
-    explicit CEnd(const CSettings& settings) : m_Settings(settings) {}
+    explicit CEnd(const CSettings& settings) : m_Settings(settings), m_Piece(settings.m_bUser ? LARGE_PIECE : PIECE)
+    {
+        std::memset(m_Piece.GetWritePtr(), 'x', m_Piece.GetSpace());
+        m_Piece.AdvanceWritePtr(m_Piece.GetSpace());
+    }
 
     bool Start()
     {
@@ -89,7 +95,7 @@ public:
             const CMNInetAddr address(SERVER_ADDRESS, PORT);
             if (server) {
                 IPSConnectionManager::Instance()->CreateConnectionServer(CONNECTION_TYPE_TCP, m_pAcceptor.ParaOut());
-                if (m_pAcceptor->StartListen(this, address, 0, 0) != MN_OK)
+                if (m_pAcceptor->StartListen(this, address, 0, 0) != MN_OK || ::write(m_Settings.m_nReady, "r", 1) != 1)
                     std::abort();
                 return;
             }
@@ -161,14 +167,16 @@ private:
         m_pTransport->SendData(block, nullptr);
     }
 
+    // A user thread's sends are always taken, and OnSend follows when one that was more than the stack's buffer has
+    // left; a network thread sends until it is refused.
     void SendBulk()
     {
-        static const std::string s_strPiece(PIECE, 'x');
         MNResult result = MN_OK;
-        while (result == MN_OK) {
-            CMNMessageBlock block(PIECE, s_strPiece.data(), CMNMessageBlock::DONT_DELETE, PIECE);
-            result = m_pTransport->SendData(block, nullptr);
-        }
+        do {
+            CMNMessageBlock* piece = m_Piece.DuplicateChained();
+            result = m_pTransport->SendData(*piece, nullptr);
+            piece->DestroyChained();
+        } while (result == MN_OK && !m_Settings.m_bUser);
     }
 
     void OnClientReceive(std::size_t length)
@@ -226,6 +234,7 @@ private:
     }
 
     const CSettings m_Settings;
+    CMNMessageBlock m_Piece;
     mantle::CMNThreadUser* m_pUser = nullptr;
     CLowlevelP2PTransport m_Link;
     mantle::CMNAutoPtr<IPSAcceptor> m_pAcceptor;
@@ -272,7 +281,7 @@ void FindPorts(unsigned short (&ports)[2])
     ::close(handles[1]);
 }
 
-pid_t StartRole(char** argv, const char* role, unsigned short local, unsigned short remote)
+pid_t StartRole(char** argv, const char* role, unsigned short local, unsigned short remote, int ready)
 {
     const pid_t child = ::fork();
     if (child != 0)
@@ -280,8 +289,9 @@ pid_t StartRole(char** argv, const char* role, unsigned short local, unsigned sh
     std::vector<std::string> texts;
     for (char** at = argv; *at; ++at)
         texts.emplace_back(*at);
-    for (const std::string& text : {std::string("--role"), std::string(role), std::string("--ports"),
-                                    std::to_string(local), std::to_string(remote)})
+    for (const std::string& text :
+         {std::string("--role"), std::string(role), std::string("--ports"), std::to_string(local),
+          std::to_string(remote), std::string("--ready"), std::to_string(ready)})
         texts.push_back(text);
     std::vector<char*> arguments;
     for (std::string& text : texts)
@@ -295,8 +305,15 @@ int RunBoth(char** argv)
 {
     unsigned short ports[2];
     FindPorts(ports);
-    const pid_t server = StartRole(argv, "serve", ports[0], ports[1]);
-    const pid_t client = StartRole(argv, "measure", ports[1], ports[0]);
+    int ready[2];
+    if (::pipe(ready) != 0)
+        return 1;
+    const pid_t server = StartRole(argv, "serve", ports[0], ports[1], ready[1]);
+    ::close(ready[1]);
+    char word;
+    if (::read(ready[0], &word, 1) != 1)
+        return 1;
+    const pid_t client = StartRole(argv, "measure", ports[1], ports[0], -1);
     int status = 0;
     ::waitpid(client, &status, 0);
     int serverStatus = 0;
@@ -330,6 +347,8 @@ int main(int argc, char** argv)
             settings.m_bCounters = true;
         else if (name == "--role")
             settings.m_strRole = next();
+        else if (name == "--ready")
+            settings.m_nReady = static_cast<int>(std::strtol(next(), nullptr, 10));
         else if (name == "--ports") {
             settings.m_wLocalPort = static_cast<unsigned short>(std::strtoul(next(), nullptr, 10));
             settings.m_wRemotePort = static_cast<unsigned short>(std::strtoul(next(), nullptr, 10));
