@@ -15,7 +15,8 @@ class CPSReactorBase;
 }
 
 // The singleton manager's network thread, held in one event of its own loop: it makes no call of the stack on its
-// own account, so that the scripted stack may be reset between cases. It ends with the process.
+// own account, so that the scripted stack may be reset between cases. It ends with the process. A hand-moved clock moves
+// by Advance only while it is held.
 class CNetworkThread
 {
 public:

@@ -222,6 +222,45 @@ TEST_F(CPSAcceptorThreadProxyTest, Connection_Listening_ReachesTheSinkWithThePro
     EXPECT_EQ(Closes(ACCEPTED), 1u);
 }
 
+// One connection with the real transport behind it, from the indication to the peer's end.
+TEST_F(CPSAcceptorThreadProxyTest, Connection_WholeLife_DataBothWaysThenTheEnd)
+{
+    EXPECT_EQ(Start(), MN_OK);
+    EXPECT_EQ(StepNetwork(), MN_OK);
+    CRecordingTransportSink data;
+    mantle::CMNAutoPtr<IPSTransport> kept;
+    m_Sink.m_AtIndication = [&](IPSTransport* transport) {
+        kept = transport;
+        EXPECT_EQ(transport->OpenWithSink(&data), MN_OK);
+    };
+    EXPECT_TRUE(PeerConnects());
+    EXPECT_EQ(StepUser(), MN_OK);
+
+    EXPECT_EQ(kept->SendData(*Block("hello"), nullptr), MN_OK);
+    EXPECT_EQ(kept->SendData(*Block("world"), nullptr), MN_OK);
+    m_Stack.On("ps_writev", ACCEPTED).Returns(2);
+    m_Stack.On("ps_writev", ACCEPTED).Returns(0);
+    EXPECT_EQ(StepNetwork(), MN_OK);
+    EXPECT_EQ(StepNetwork(), MN_OK);
+    EXPECT_EQ(m_Stack.TakeSent(ACCEPTED), "he");
+    m_Stack.On("ps_recv", ACCEPTED).WithData("first");
+    EXPECT_EQ(CNetworkThread::Instance().Report(ACCEPTED, READ_MASK | WRITE_MASK), MN_OK);
+    EXPECT_EQ(m_Stack.TakeSent(ACCEPTED), "lloworld");
+    m_Stack.On("ps_recv", ACCEPTED).WithData("last");
+    m_Stack.On("ps_recv", ACCEPTED).Fails(PS_ENOTCONN);
+    EXPECT_EQ(CNetworkThread::Instance().Report(ACCEPTED, READ_MASK), MN_OK);
+    EXPECT_EQ(Closes(ACCEPTED), 1u);
+
+    m_Stack.TakeCalls();
+    while (PendingUser() != 0)
+        EXPECT_EQ(StepUser(), MN_OK);
+    EXPECT_EQ(m_Stack.TakeCalls(), (CCalls{"OnReceive(first)", "OnSend", "OnReceive(last)", "OnDisconnect(10001)"}));
+    EXPECT_EQ(data.m_pTransport, kept.Get());
+    kept = nullptr;
+    RunOut();
+    EXPECT_EQ(NewLiveObjects(), 2);
+}
+
 TEST_F(CPSAcceptorThreadProxyTest, Connection_NotKept_IsClosedRightAfter)
 {
     EXPECT_EQ(Start(), MN_OK);

@@ -222,6 +222,43 @@ TEST_F(CPSConnectorThreadProxyTest, Success_UnderWay_ReachesTheSinkOnceWithThePr
     EXPECT_EQ(Closes(FIRST), 1u);
 }
 
+TEST_F(CPSConnectorThreadProxyTest, Udp_WholeLife_RefusedDatagramsAreDroppedAndOnSendNeverTold)
+{
+    Release();
+    RunOut();
+    MakeProxy(CONNECTION_TYPE_UDP, &m_Network, &m_Thread);
+    CRecordingTransportSink data;
+    mantle::CMNAutoPtr<IPSTransport> kept;
+    m_Sink.m_AtIndication = [&](IPSTransport* transport) {
+        kept = transport;
+        EXPECT_EQ(transport->OpenWithSink(&data), MN_OK);
+    };
+    EXPECT_EQ(Connect(), MN_OK);
+    EXPECT_EQ(StepNetwork(), MN_OK);
+    TickNetwork();
+    EXPECT_EQ(StepUser(), MN_OK);
+    EXPECT_EQ(Told(), m_Succeeded);
+    ASSERT_TRUE(kept);
+    std::int32_t handle = 0;
+    EXPECT_EQ(kept->GetOption(OPT_FD, &handle), MN_OK);
+
+    m_Stack.On("ps_send", handle).Fails(PS_ENOTCONN);
+    EXPECT_EQ(kept->SendData(*Block("lost"), nullptr), MN_OK);
+    EXPECT_EQ(kept->SendData(*Block("sent"), nullptr), MN_OK);
+    EXPECT_EQ(StepNetwork(), MN_ERROR_FAILURE);
+    EXPECT_EQ(StepNetwork(), MN_OK);
+    EXPECT_EQ(m_Stack.TakeSent(handle), "sent");
+    m_Stack.On("ps_recv", handle).WithData("answer");
+    EXPECT_EQ(CNetworkThread::Instance().Report(handle, READ_MASK), MN_OK);
+    m_Stack.TakeCalls();
+    while (PendingUser() != 0)
+        EXPECT_EQ(StepUser(), MN_OK);
+    EXPECT_EQ(m_Stack.TakeCalls(), CCalls{"OnReceive(answer)"});
+    EXPECT_EQ(kept->Disconnect(0), MN_OK);
+    EXPECT_EQ(StepNetwork(), MN_OK);
+    EXPECT_EQ(Closes(handle), 1u);
+}
+
 TEST_F(CPSConnectorThreadProxyTest, Refused_UnderWay_IsToldOnce)
 {
     m_Stack.On("ps_is_socket_errno", FIRST).Returns(PS_ECONNREFUSED);
