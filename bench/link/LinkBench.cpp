@@ -93,15 +93,16 @@ public:
         m_Link.Open(stack, "127.0.0.1", m_Settings.m_wRemotePort, "127.0.0.1", m_Settings.m_wLocalPort);
         const auto begin = [this, server] {
             const CMNInetAddr address(SERVER_ADDRESS, PORT);
+            IPSConnectionManager* manager = IPSConnectionManager::Instance();
             if (server) {
-                IPSConnectionManager::Instance()->CreateConnectionServer(CONNECTION_TYPE_TCP, m_pAcceptor.ParaOut());
-                if (m_pAcceptor->StartListen(this, address, 0, 0) != MN_OK || ::write(m_Settings.m_nReady, "r", 1) != 1)
+                if (manager->CreateConnectionServer(CONNECTION_TYPE_TCP, m_pAcceptor.ParaOut()) != MN_OK ||
+                    m_pAcceptor->StartListen(this, address, 0, 0) != MN_OK || ::write(m_Settings.m_nReady, "r", 1) != 1)
                     std::abort();
                 return;
             }
-            IPSConnectionManager::Instance()->CreateConnectionClient(CONNECTION_TYPE_TCP, m_pConnector.ParaOut());
             CMNTimeValue limit(5, 0);
-            if (m_pConnector->AsycConnect(this, address, &limit, nullptr, 0, 0) != MN_OK)
+            if (manager->CreateConnectionClient(CONNECTION_TYPE_TCP, m_pConnector.ParaOut()) != MN_OK ||
+                m_pConnector->AsycConnect(this, address, &limit, nullptr, 0, 0) != MN_OK)
                 std::abort();
         };
         if (m_Settings.m_bUser)

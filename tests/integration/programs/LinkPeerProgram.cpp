@@ -76,9 +76,9 @@ public:
     MNResult OnEventFire() override
     {
         IPSConnectionManager* manager = IPSConnectionManager::Instance();
-        manager->CreateConnectionServer(CONNECTION_TYPE_TCP, m_Server.m_pAcceptor.ParaOut());
         const CMNInetAddr address(m_szAddress, ECHO_PORT);
-        if (m_Server.m_pAcceptor->StartListen(&m_Server, address, 0, 0) != MN_OK)
+        if (manager->CreateConnectionServer(CONNECTION_TYPE_TCP, m_Server.m_pAcceptor.ParaOut()) != MN_OK ||
+            m_Server.m_pAcceptor->StartListen(&m_Server, address, 0, 0) != MN_OK)
             std::abort();
         m_Done.Signal();
         return MN_OK;
