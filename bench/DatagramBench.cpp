@@ -95,10 +95,9 @@ class CServer : public IPSAcceptorConnectorSink, public IPSTransportSink
 public:
     void Listen(unsigned char protocol)
     {
-        IPSConnectionManager::Instance()->CreateConnectionServer(
-            protocol == UDP ? CONNECTION_TYPE_UDP : CONNECTION_TYPE_RAW, m_pAcceptor.ParaOut());
-        const MNResult result = m_pAcceptor->StartListen(this, CMNInetAddr("10.9.0.1", PORT), 2, protocol);
-        m_bListening = result == MN_OK;
+        const unsigned long type = protocol == UDP ? CONNECTION_TYPE_UDP : CONNECTION_TYPE_RAW;
+        m_bListening = IPSConnectionManager::Instance()->CreateConnectionServer(type, m_pAcceptor.ParaOut()) == MN_OK &&
+                       m_pAcceptor->StartListen(this, CMNInetAddr("10.9.0.1", PORT), 2, protocol) == MN_OK;
     }
     void Close()
     {

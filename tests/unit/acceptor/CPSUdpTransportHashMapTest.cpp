@@ -7,12 +7,11 @@
 #include "acceptor/CPSAcceptorUdp.h"
 #include "ipstack/ps_defines.h"
 #include "mantle/CMNThreadManager.h"
-#include "mantle/CMNThreadUser.h"
 #include "tests/unit/doubles/CChildProcess.h"
 #include "tests/unit/doubles/EndpointTest.h"
+#include "tests/unit/doubles/ScriptedNetwork.h"
 #include "transport/CPSTransportUdp.h"
 #include "uxport/IPSAcceptor.h"
-#include "uxport/IPSConnectionManager.h"
 
 namespace uxport
 {
@@ -135,17 +134,12 @@ public:
     void Start()
     {
         CScriptedStack& stack = CScriptedStack::Instance();
-        stack.Reset();
-        stack.EnablePipes();
-        stack.SetNextHandle(1001);
-        ASSERT_NE(mantle::CMNThreadUser::AdoptCurrentThread(), nullptr);
-        ASSERT_EQ(IPSConnectionManager::Instance()->Init(1), MN_OK);
-        stack.SetNextHandle(s_nListener);
-        IPSConnectionManager::Instance()->GetReactor()->SendEvent(new CTestCall([this] {
+        StartScriptedNetwork(s_nListener);
+        OnScriptedNetwork([this] {
             EXPECT_EQ(IPSConnectionManager::Instance()->CreateConnectionServer(CONNECTION_TYPE_UDP, m_pAcceptor),
                       MN_OK);
             EXPECT_EQ(m_pAcceptor->StartListen(this, LOCAL, 0, 0), MN_OK);
-        }));
+        });
         for (unsigned short i = 0; i < s_nPeers; ++i) {
             const auto port = static_cast<unsigned short>(4000 + i);
             stack.On("ps_recvfrom", s_nListener).WithAddress("10.0.0.2", port).WithData("x");

@@ -15,9 +15,9 @@
 #include "mantle/CMNInetAddr.h"
 #include "mantle/CMNMessageBlock.h"
 #include "mantle/CMNThreadManager.h"
-#include "mantle/CMNThreadUser.h"
 #include "mantle/CMNTimeValue.h"
 #include "tests/unit/doubles/CChildProcess.h"
+#include "tests/unit/doubles/ScriptedNetwork.h"
 #include "tests/unit/scripted/CScriptedStack.h"
 #include "tests/unit/scripted/CTestEvent.h"
 #include "uxport/IPSAcceptor.h"
@@ -40,11 +40,6 @@ const CMNTimeValue TEN_MILLISECONDS(0, 10000);
 IPSReactor* Reactor()
 {
     return IPSConnectionManager::Instance()->GetReactor();
-}
-
-void OnNetworkThread(std::function<void()> function)
-{
-    ASSERT_EQ(Reactor()->SendEvent(new CTestCall(std::move(function))), MN_OK);
 }
 
 class CSilentSink : public IPSTransportSink
@@ -114,20 +109,14 @@ CApplication& Application()
 
 void StartNetwork()
 {
-    CScriptedStack& stack = CScriptedStack::Instance();
-    stack.Reset();
-    stack.EnablePipes();
-    stack.SetNextHandle(1001);
-    ASSERT_NE(mantle::CMNThreadUser::AdoptCurrentThread(), nullptr);
-    ASSERT_EQ(IPSConnectionManager::Instance()->Init(1), MN_OK);
-    stack.SetNextHandle(LISTENER);
+    StartScriptedNetwork(LISTENER);
 }
 
 void MakeConnections()
 {
     CScriptedStack& stack = CScriptedStack::Instance();
     CApplication& app = Application();
-    OnNetworkThread([&app] {
+    OnScriptedNetwork([&app] {
         auto* manager = IPSConnectionManager::Instance();
         ASSERT_EQ(manager->CreateConnectionServer(CONNECTION_TYPE_TCP, app.m_pAcceptor), MN_OK);
         ASSERT_EQ(app.m_pAcceptor->StartListen(&app.m_Sink, CMNInetAddr("10.0.0.1", 80), 0, 0), MN_OK);
@@ -160,7 +149,7 @@ void MakePendingEvents()
 
 void MakeTimers()
 {
-    OnNetworkThread([] { Reactor()->ScheduleTimer(&Application().m_Timer, nullptr, TEN_MILLISECONDS, 0); });
+    OnScriptedNetwork([] { Reactor()->ScheduleTimer(&Application().m_Timer, nullptr, TEN_MILLISECONDS, 0); });
 }
 
 // Every connection kept loses its last reference on the network thread.
@@ -266,7 +255,7 @@ TEST(ProcessEndTest, ExitInATimer_EverythingUnderWay_EndsCleanly)
 {
     CChildProcess::Run([] {
         MakeEverything();
-        OnNetworkThread([] { Application().m_Timer.m_AtTimeout = [] { std::exit(0); }; });
+        OnScriptedNetwork([] { Application().m_Timer.m_AtTimeout = [] { std::exit(0); }; });
         WaitForTheEnd();
     });
 }

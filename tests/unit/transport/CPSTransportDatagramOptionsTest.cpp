@@ -1,15 +1,13 @@
 // The options of the UDP and raw transports.
 #include <cstdint>
-#include <set>
 
+#include "tests/unit/doubles/OptionChecks.h"
 #include "tests/unit/doubles/TransportDatagramTest.h"
 
 namespace uxport
 {
 namespace
 {
-
-constexpr unsigned long BEYOND_LAST_OPTION = 200;
 
 class CPSTransportDatagramOptionsTest : public TransportDatagramTest
 {
@@ -21,42 +19,21 @@ INSTANTIATE_DATAGRAM_SUITE(CPSTransportDatagramOptionsTest);
 
 TEST_P(CPSTransportDatagramOptionsTest, AnyOption_NullOpenOrClosed_ReturnsInvalidArg)
 {
-    for (const bool closed : {false, true}) {
-        if (closed)
-            Transport().Disconnect(0);
-        m_Stack.TakeCalls();
-        for (unsigned long option = 0; option < BEYOND_LAST_OPTION; ++option) {
-            EXPECT_EQ(Transport().SetOption(option, nullptr), MN_ERROR_INVALID_ARG) << option;
-            EXPECT_EQ(Transport().GetOption(option, nullptr), MN_ERROR_INVALID_ARG) << option;
-        }
-        EXPECT_EQ(m_Stack.TakeCalls(), CCalls());
-    }
+    ExpectNullRefused(Transport());
+    EXPECT_EQ(m_Stack.TakeCalls(), CCalls());
+    Transport().Disconnect(0);
+    ExpectNullRefused(Transport());
 }
 
-TEST_P(CPSTransportDatagramOptionsTest, SetOption_NotSettable_ReturnsInvalidArgWithoutACall)
+TEST_P(CPSTransportDatagramOptionsTest, OptionsOfOtherTransports_SetOrRead_AreRefusedWithoutACall)
 {
-    const std::set<unsigned long> settable =
-        IsUdp() ? std::set<unsigned long>{109, 110} : std::set<unsigned long>{109, 110, 136};
-    for (unsigned long option = 0; option < BEYOND_LAST_OPTION; ++option) {
-        if (settable.count(option) == 0) {
-            EXPECT_EQ(Set(option, ~0ull), MN_ERROR_INVALID_ARG) << option;
-        }
-    }
+    if (IsUdp())
+        ExpectOthersNotSettable(Transport(), {109, 110});
+    else
+        ExpectOthersNotSettable(Transport(), {109, 110, 136});
+    ExpectOthersNotReadable(Transport(), {101, 103, 104, 105, 106, 107, 109, 110});
     EXPECT_EQ(m_Stack.TakeCalls(), CCalls());
     EXPECT_EQ(Transport().GetHandle(), s_nSocket);
-}
-
-TEST_P(CPSTransportDatagramOptionsTest, GetOption_NotReadable_ReturnsInvalidArgAndLeavesTheValue)
-{
-    const std::set<unsigned long> readable = {101, 103, 104, 105, 106, 107, 109, 110};
-    for (unsigned long option = 0; option < BEYOND_LAST_OPTION; ++option) {
-        std::uint64_t value = 4711;
-        if (readable.count(option) == 0) {
-            EXPECT_EQ(Transport().GetOption(option, &value), MN_ERROR_INVALID_ARG) << option;
-            EXPECT_EQ(value, 4711u) << option;
-        }
-    }
-    EXPECT_EQ(m_Stack.TakeCalls(), CCalls());
 }
 
 TEST_P(CPSTransportDatagramOptionsTest, Get101_AnswerAndFailure_AreTheStacks)

@@ -2,10 +2,10 @@
 #include "transport/CPSTransportTcp.h"
 
 #include <cstdint>
-#include <set>
 #include <thread>
 
 #include "ipstack/ps_defines.h"
+#include "tests/unit/doubles/OptionChecks.h"
 #include "tests/unit/doubles/TransportTcpTest.h"
 
 namespace uxport
@@ -13,59 +13,29 @@ namespace uxport
 namespace
 {
 
-constexpr unsigned long BEYOND_LAST_OPTION = 200;
-
 class CPSTransportTcpOptionsTest : public TransportTcpTest
 {
 protected:
     MNResult Set(unsigned long option, std::uint64_t value) { return Transport().SetOption(option, &value); }
 };
 
-TEST_F(CPSTransportTcpOptionsTest, SetOption_Null_ReturnsInvalidArgForEveryOption)
+TEST_F(CPSTransportTcpOptionsTest, AnyOption_NullOpenOrClosed_ReturnsInvalidArg)
 {
-    for (unsigned long option = 0; option < BEYOND_LAST_OPTION; ++option)
-        EXPECT_EQ(Transport().SetOption(option, nullptr), MN_ERROR_INVALID_ARG) << option;
+    ExpectNullRefused(Transport());
     EXPECT_EQ(m_Stack.TakeCalls(), CCalls());
-}
-
-TEST_F(CPSTransportTcpOptionsTest, GetOption_Null_ReturnsInvalidArgForEveryOption)
-{
-    for (unsigned long option = 0; option < BEYOND_LAST_OPTION; ++option)
-        EXPECT_EQ(Transport().GetOption(option, nullptr), MN_ERROR_INVALID_ARG) << option;
-    EXPECT_EQ(m_Stack.TakeCalls(), CCalls());
-}
-
-TEST_F(CPSTransportTcpOptionsTest, AnyOption_NullOnAClosedTransport_ReturnsInvalidArg)
-{
     Transport().Disconnect(0);
-    for (unsigned long option = 0; option < BEYOND_LAST_OPTION; ++option) {
-        EXPECT_EQ(Transport().SetOption(option, nullptr), MN_ERROR_INVALID_ARG) << option;
-        EXPECT_EQ(Transport().GetOption(option, nullptr), MN_ERROR_INVALID_ARG) << option;
-    }
+    ExpectNullRefused(Transport());
 }
 
 TEST_F(CPSTransportTcpOptionsTest, SetOption_NotSettable_ReturnsInvalidArgWithoutACall)
 {
-    const std::set<unsigned long> settable = {103, 108, 109, 110};
-    for (unsigned long option = 0; option < BEYOND_LAST_OPTION; ++option) {
-        std::uint64_t value = 1;
-        if (settable.count(option) == 0) {
-            EXPECT_EQ(Transport().SetOption(option, &value), MN_ERROR_INVALID_ARG) << option;
-        }
-    }
+    ExpectOthersNotSettable(Transport(), {103, 108, 109, 110});
     EXPECT_EQ(m_Stack.TakeCalls(), CCalls());
 }
 
 TEST_F(CPSTransportTcpOptionsTest, GetOption_NotReadable_ReturnsInvalidArgAndLeavesTheValue)
 {
-    const std::set<unsigned long> readable = {101, 103, 104, 105, 106, 107, 109, 110};
-    for (unsigned long option = 0; option < BEYOND_LAST_OPTION; ++option) {
-        std::uint64_t value = 4711;
-        if (readable.count(option) == 0) {
-            EXPECT_EQ(Transport().GetOption(option, &value), MN_ERROR_INVALID_ARG) << option;
-            EXPECT_EQ(value, 4711u) << option;
-        }
-    }
+    ExpectOthersNotReadable(Transport(), {101, 103, 104, 105, 106, 107, 109, 110});
     EXPECT_EQ(m_Stack.TakeCalls(), CCalls());
 }
 
