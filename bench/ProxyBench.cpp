@@ -25,19 +25,22 @@ public:
     {
         IPSConnectionManager* manager = IPSConnectionManager::Instance();
         const CMNInetAddr address("127.0.0.1", PORT);
-        manager->CreateConnectionServer(CONNECTION_TYPE_TCP, m_pAcceptor.ParaOut());
-        m_pAcceptor->StartListen(this, address, 0, 0);
+        if (manager->CreateConnectionServer(CONNECTION_TYPE_TCP, m_pAcceptor.ParaOut()) != MN_OK ||
+            m_pAcceptor->StartListen(this, address, 0, 0) != MN_OK)
+            return;
         for (std::size_t i = 0; i < count; ++i) {
             m_Connectors.emplace_back();
-            manager->CreateConnectionClient(CONNECTION_TYPE_TCP, m_Connectors.back().ParaOut());
-            m_Connectors.back()->AsycConnect(this, address, nullptr, nullptr, 0, 0);
+            if (manager->CreateConnectionClient(CONNECTION_TYPE_TCP, m_Connectors.back().ParaOut()) != MN_OK ||
+                m_Connectors.back()->AsycConnect(this, address, nullptr, nullptr, 0, 0) != MN_OK)
+                return;
         }
         m_Thread.RunEventLoop();
     }
 
     ~CProxyConnections() override
     {
-        m_pAcceptor->StopListen(0);
+        if (m_pAcceptor)
+            m_pAcceptor->StopListen(0);
         for (auto* ends : {&m_Clients, &m_Servers}) {
             for (auto& end : *ends)
                 end->m_pTransport->Disconnect(0);

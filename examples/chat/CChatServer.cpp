@@ -22,9 +22,9 @@ void CChatServer::OnThreadInit()
 {
     for (CChatWorker* worker : m_Workers)
         worker->Create(mantle::CMNThreadManager::Instance()->GetNewThreadType());
-    IPSConnectionManager::Instance()->CreateConnectionServer(CONNECTION_TYPE_TCP, m_pAcceptor.ParaOut());
-    if (m_pAcceptor)
-        m_pAcceptor->StartListen(this, m_Address, 0, 0);
+    IPSConnectionManager* manager = IPSConnectionManager::Instance();
+    m_bListening = manager->CreateConnectionServer(CONNECTION_TYPE_TCP, m_pAcceptor.ParaOut()) == MN_OK &&
+                   m_pAcceptor->StartListen(this, m_Address, 0, 0) == MN_OK;
 }
 
 void CChatServer::OnThreadRun()

@@ -29,6 +29,10 @@ public:
     // Thread: any. Brings a room back to where its references may be released.
     void PostRoom(CChatRoom room);
 
+    // Whether the owner thread has begun to listen, known when Create has returned. That the address is taken is not
+    // told: nobody gets in.
+    bool IsListening() const { return m_bListening; }
+
     void OnThreadInit() override;
     void OnThreadRun() override;
 
@@ -44,6 +48,7 @@ private:
     void Changed();
 
     uxport::CMNInetAddr m_Address;
+    bool m_bListening = false;
     std::vector<CChatWorker*> m_Workers;  // the manager's, until the end of the process
     // The owner thread's.
     mantle::CMNAutoPtr<uxport::IPSAcceptor> m_pAcceptor;

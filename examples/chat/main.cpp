@@ -24,7 +24,7 @@ int Talk(std::istream& input)
         IPSConnectionManager::Instance()->Init(1) != MN_OK)
         return 1;
     auto* server = new CChatServer(SERVER, WORKERS);  // the thread manager's
-    if (server->Create(mantle::CMNThreadManager::Instance()->GetNewThreadType()) != MN_OK)
+    if (server->Create(mantle::CMNThreadManager::Instance()->GetNewThreadType()) != MN_OK || !server->IsListening())
         return 1;
     CChatScript script(SERVER, input, *thread);
     script.Start();

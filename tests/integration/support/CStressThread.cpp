@@ -12,7 +12,7 @@ namespace
 constexpr unsigned short FIRST_PORT = 10000;
 constexpr unsigned short PORTS = 2000;  // for each thread: one that has open connections can't be bound again
 constexpr long TICK_MICROSECONDS = 2000;
-constexpr int ACTIONS = 20;  // for each tick
+constexpr int ACTIONS = 20;                  // for each tick
 constexpr unsigned long MAX_PENDING = 1000;  // on the network thread: an attempt should get somewhere
 constexpr long CONNECT_SECONDS = 20;
 constexpr std::uint32_t MAX_SEND = 3000;
