@@ -198,7 +198,7 @@ CMNUDPSocket::EOutcome CMNUDPSocket::Send(CMNDatagramBatch& batch, CMNUDPCounts&
     mmsghdr messages[s_nSendPieces];
     iovec pieces[s_nSendPieces];
     sockaddr_storage addresses[s_nSendPieces];
-    CControl controls[s_nSendPieces];
+    CControl controls[s_nSendPieces]{};
     CMNDatagramBatch::CRun runs[s_nSendPieces];
 
     while (!batch.IsEmpty()) {

@@ -1,0 +1,194 @@
+// The channel's sending.
+#include "CMNHub.h"
+#include "CMNUDPChannel.h"
+
+namespace connhub
+{
+
+namespace
+{
+
+using mantle::CMNInetAddr;
+using mantle::MNResult;
+using CGuard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
+
+// A datagram that comes sooner than this after another is one of many.
+constexpr std::uint64_t s_qwBurstNs = 5000;
+
+// As much as one segmented send takes: no sense in waiting for more.
+constexpr std::size_t s_nFullSend = 60000;
+
+// Calls in a row before other channels have their turn.
+constexpr int s_nSendRounds = 8;
+
+}  // namespace
+
+bool CMNUDPChannel::IsIdle() const
+{
+    return !m_bSending && !m_bFull && m_Waiting.IsEmpty() && m_nCountInSending == 0;
+}
+
+std::size_t CMNUDPChannel::GetQueuedBytes() const
+{
+    return m_Waiting.GetBytes() + m_nInSending;
+}
+
+MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMNInetAddr& to)
+{
+    if ((!data && length != 0) || length > IMNUDPTransport::s_dwMaxDatagram || to.GetPort() == 0) {
+        return mantle::MN_ERROR_INVALID_ARG;
+    }
+    const bool onLoop = m_pHub->IsCurrent();
+    const std::uint64_t now = uv_hrtime();
+    bool alone = false;
+    bool sendQueue = false;
+    bool ask = false;
+    {
+        CGuard guard(m_Mutex);
+        if (m_eState != EState::OPEN) {
+            return mantle::MN_ERROR_NOT_INITIALIZED;
+        }
+        if (to.GetType() != m_Socket.GetFamily()) {
+            return mantle::MN_ERROR_INVALID_ARG;
+        }
+        if (!onLoop && IsIdle() && now - m_qwLastSend > s_qwBurstNs) {
+            alone = m_bSending = true;
+        } else {
+            const std::size_t queued = GetQueuedBytes();
+            if (queued + length > m_nLimit) {
+                CMNUDPCounts::Add(m_Counts.m_qwDropped);
+                return mantle::MN_ERROR_FAILURE;
+            }
+            m_Waiting.Add(data, length, to);
+            m_qwLastSend = now;
+            if (!m_bSending && !m_bFull) {
+                sendQueue = queued + length >= s_nFullSend;
+                ask = !sendQueue && !m_bFlushAsked;
+                m_bSending = sendQueue;
+                m_bFlushAsked = m_bFlushAsked || ask;
+            }
+        }
+    }
+    if (alone) {
+        return SendAlone(data, length, to);
+    }
+    if (sendQueue) {
+        ask = SendQueue();
+    }
+    if (ask && onLoop) {
+        m_pHub->FlushSoon(shared_from_this());
+    } else if (ask) {
+        m_pHub->AskFlush(shared_from_this());
+    }
+    return mantle::MN_OK;
+}
+
+// State: this thread has set m_bSending and the queue was empty.
+MNResult CMNUDPChannel::SendAlone(const char* data, unsigned long length, const CMNInetAddr& to)
+{
+    const bool full = m_Socket.SendOne(data, length, to, m_Counts) == CMNUDPSocket::EOutcome::FULL;
+    bool ask = false;
+    bool dropped = false;
+    {
+        CGuard guard(m_Mutex);
+        m_bSending = false;
+        m_qwLastSend = uv_hrtime();
+        if (full && length > m_nLimit) {
+            CMNUDPCounts::Add(m_Counts.m_qwDropped);
+            dropped = true;
+        } else if (full) {
+            // In front of what others have queued meanwhile.
+            m_Sending.Add(data, length, to);
+            m_nInSending = length;
+            m_nCountInSending = 1;
+        }
+        if ((!m_Waiting.IsEmpty() || m_nCountInSending != 0) && !m_bFlushAsked) {
+            ask = m_bFlushAsked = true;
+        }
+    }
+    if (ask) {
+        m_pHub->AskFlush(shared_from_this());
+    }
+    return dropped ? mantle::MN_ERROR_FAILURE : mantle::MN_OK;
+}
+
+// One round: what waits now. State: this thread has set m_bSending. Returns: whether the loop is to be asked for more.
+bool CMNUDPChannel::SendQueue()
+{
+    {
+        CGuard guard(m_Mutex);
+        if (m_Sending.IsEmpty()) {
+            m_Sending.Swap(m_Waiting);
+        }
+        m_nInSending = m_Sending.GetBytes();
+        m_nCountInSending = m_Sending.GetCount();
+    }
+    m_Socket.Send(m_Sending, m_Counts);
+    CGuard guard(m_Mutex);
+    m_bSending = false;
+    m_nInSending = m_Sending.GetBytes();
+    m_nCountInSending = m_Sending.GetCount();
+    m_qwLastSend = uv_hrtime();
+    const bool ask = (!m_Waiting.IsEmpty() || m_nCountInSending != 0) && !m_bFlushAsked;
+    m_bFlushAsked = m_bFlushAsked || ask;
+    return ask;
+}
+
+void CMNUDPChannel::FlushOnLoop()
+{
+    if (!Enter()) {
+        return;
+    }
+    bool again = true;
+    for (int round = 0; again && round < s_nSendRounds; ++round) {
+        {
+            CGuard guard(m_Mutex);
+            m_bFlushAsked = false;
+            // Another thread that sends asks again when there is more.
+            if (m_bSending || (m_Waiting.IsEmpty() && m_nCountInSending == 0)) {
+                again = false;
+                break;
+            }
+            m_bSending = true;
+        }
+        again = SendQueue();
+        CGuard guard(m_Mutex);
+        if (m_nCountInSending != 0) {
+            // The system takes no more for now.
+            m_bFlushAsked = false;
+            again = false;
+            if (!m_bFull) {
+                m_bFull = true;
+                m_pHub->RetrySoon(shared_from_this());
+            }
+        }
+    }
+    Leave();
+    if (again) {
+        m_pHub->AskFlush(shared_from_this());
+    }
+}
+
+void CMNUDPChannel::RetryOnLoop()
+{
+    {
+        CGuard guard(m_Mutex);
+        m_bFull = false;
+    }
+    FlushOnLoop();
+}
+
+// What waits is offered to the system once more; what it does not take is lost. State: closed, nobody sends.
+void CMNUDPChannel::SendLast()
+{
+    if (m_Socket.Send(m_Sending, m_Counts) == CMNUDPSocket::EOutcome::DONE) {
+        m_Socket.Send(m_Waiting, m_Counts);
+    }
+    CMNUDPCounts::Add(m_Counts.m_qwDropped, m_Sending.GetCount() + m_Waiting.GetCount());
+    m_Sending.Clear();
+    m_Waiting.Clear();
+    m_nInSending = 0;
+    m_nCountInSending = 0;
+}
+
+}  // namespace connhub
