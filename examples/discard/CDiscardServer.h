@@ -2,7 +2,9 @@
 #ifndef DISCARD_CDISCARDSERVER_H
 #define DISCARD_CDISCARDSERVER_H
 
+#include <cinttypes>
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <list>
 #include <utility>
@@ -40,6 +42,8 @@ public:
     MNResult OnDisconnect(long, uxport::IPSTransport* transport) override
     {
         m_Peers.remove_if([transport](const auto& peer) { return peer.Get() == transport; });
+        std::printf("discard: a connection has ended, %" PRIu64 " bytes so far\n", m_qwBytes);
+        std::fflush(stdout);
         return uxport::MN_OK;
     }
 
