@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -91,6 +92,19 @@ TEST_F(CMNIPSessionManagerTTest, ManyEntries_TableGone_EveryReferenceGivenBack)
     EXPECT_EQ(CMNLiveObjects::Count(), m_lLive);
 }
 
+TEST_F(CMNIPSessionManagerTTest, ManyEntries_ShownThenCleared_EachOnceAndEveryReferenceGivenBack)
+{
+    CManager manager;
+    for (unsigned short port = 0; port < 500; ++port)
+        EXPECT_EQ(manager.AddTransport(CMNInetAddr("1.1.1.1", port), m_Local, new CTransport), mantle::MN_OK);
+    std::set<CTransport*> shown;
+    manager.ForEach([&shown](CTransport& transport) { shown.insert(&transport); });
+    EXPECT_EQ(shown.size(), 500u);
+    manager.Clear();
+    EXPECT_EQ(manager.GetTransportsCount(), 0u);
+    EXPECT_EQ(CMNLiveObjects::Count(), m_lLive);
+}
+
 // Looks into the table while its entry's last reference is given back.
 class CCurious : public CMNReferenceControlT<CMNMutexThread>
 {
@@ -110,6 +124,8 @@ TEST_F(CMNIPSessionManagerTTest, LastReferenceGivenBack_LooksIntoTheTable_NotLoc
     manager.AddTransport(m_Source, m_Local, new CCurious(manager));
     EXPECT_EQ(manager.AddTransport(m_Source, m_Local, new CCurious(manager)), mantle::MN_ERROR_FOUND);
     EXPECT_EQ(manager.RemoveTransport(m_Source, m_Local), mantle::MN_OK);
+    EXPECT_EQ(manager.AddTransport(m_Source, m_Local, new CCurious(manager)), mantle::MN_OK);
+    manager.Clear();
     EXPECT_EQ(CMNLiveObjects::Count(), m_lLive);
 }
 
