@@ -64,7 +64,8 @@ MNResult CPSConnectorWrapper::AsycConnect(IPSAcceptorConnectorSink* sink, const 
 {
     if (!CPSReactorBase::IsAlive(m_pReactor))
         return MN_ERROR_NOT_INITIALIZED;
-    Close_i();  // neither the superseded attempt nor its time-out must end this one
+    if (m_dwClosed == 0)
+        m_pReactor->CancelTimer(this);  // the superseded attempt's time-out must not end this one
     m_pSink = sink;
     m_dwClosed = 0;
     if (m_pSink && m_pConnector) {

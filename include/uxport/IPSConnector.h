@@ -17,7 +17,8 @@ public:
     // call, with 10001 for every failure and for the time-out. `timeout` null: no limit but the stack's own.
     // `localAddr` null: as in the attempt before, at first any; raw IPv6 gives one of its family. The numbers are the
     // raw protocol's address family and IP protocol. A null sink is told nothing. A new attempt supersedes one under
-    // way. A UDP or raw attempt asks the peer nothing: it succeeds on the next turn of the loop.
+    // way; a UDP or raw one made on the network thread does not, cancel first. A UDP or raw attempt asks the peer
+    // nothing: it succeeds on the next turn of the loop.
     // Owns: the arguments are copied; the sink must live until its indication or CancelConnect.
     // Returns: 0, or the code of the timer queue or the reactor (10002 when it is closed).
     virtual MNResult AsycConnect(IPSAcceptorConnectorSink* sink, const CMNInetAddr& peerAddr, CMNTimeValue* timeout,

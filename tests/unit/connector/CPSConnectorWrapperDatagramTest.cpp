@@ -12,6 +12,7 @@ class CPSConnectorWrapperDatagramTest : public ConnectorTest, public testing::Wi
 {
 protected:
     const std::string m_strOwnTimer = "ScheduleTimer(0,0s0us,1)=0";
+    const CMNInetAddr m_Second{"10.0.0.9", 90};
 
     void SetUp() override
     {
@@ -91,24 +92,45 @@ TEST_P(CPSConnectorWrapperDatagramTest, AnyStep_Fails_ReachesTheSinkLaterAndLeav
     }
 }
 
-TEST_P(CPSConnectorWrapperDatagramTest, SecondAttempt_FirstUnderWayOrFailed_SupersedesIt)
+// A datagram connector takes a second attempt only behind a cancel; without one it replaces nothing.
+TEST_P(CPSConnectorWrapperDatagramTest, SecondAttempt_FirstUnderWay_TheFirstIsIndicatedOnce)
 {
-    for (const bool failed : {false, true}) {
-        const int before = m_Sink.m_nIndications;
-        if (failed)
-            m_Stack.On("ps_connect").Fails(PS_ENETUNREACH);
-        EXPECT_EQ(Connect(), MN_OK);
-        const CMNInetAddr second("10.0.0.9", 90);
-        EXPECT_EQ(m_pConnector->AsycConnect(&m_Sink, second, nullptr, nullptr, 2, 1), MN_OK);
-        Turn();
-        Turn();
-        EXPECT_EQ(m_Sink.m_nIndications, before + 1);
-        ASSERT_TRUE(m_pKept);
-        CMNInetAddr peer;
-        m_pKept->GetPeerAddr(peer);
-        EXPECT_EQ(peer, second);
-        m_pKept = nullptr;
-    }
+    EXPECT_EQ(Connect(), MN_OK);
+    EXPECT_EQ(m_pConnector->AsycConnect(&m_Sink, m_Second, nullptr, nullptr, 2, 1), MN_OK);
+    Turn();
+    Turn();
+    EXPECT_EQ(m_Sink.m_nIndications, 1);
+    ASSERT_TRUE(m_pKept);
+    CMNInetAddr peer;
+    m_pKept->GetPeerAddr(peer);
+    EXPECT_NE(peer, m_Second);
+}
+
+TEST_P(CPSConnectorWrapperDatagramTest, SecondAttempt_FirstFailedUnreported_OneFailureIsIndicated)
+{
+    m_Stack.On("ps_connect").Fails(PS_ENETUNREACH);
+    EXPECT_EQ(Connect(), MN_OK);
+    EXPECT_EQ(m_pConnector->AsycConnect(&m_Sink, m_Second, nullptr, nullptr, 2, 1), MN_OK);
+    m_Stack.TakeCalls();
+    Turn();
+    EXPECT_EQ(m_Stack.TakeCalls().back(), m_strFailed);
+    Turn();
+    EXPECT_EQ(m_Sink.m_nIndications, 1);
+    EXPECT_EQ(NewLiveObjects(), 1);
+}
+
+TEST_P(CPSConnectorWrapperDatagramTest, SecondAttempt_FirstCancelled_IsIndicated)
+{
+    EXPECT_EQ(Connect(), MN_OK);
+    EXPECT_EQ(m_pConnector->CancelConnect(), MN_OK);
+    EXPECT_EQ(m_pConnector->AsycConnect(&m_Sink, m_Second, nullptr, nullptr, 2, 1), MN_OK);
+    Turn();
+    Turn();
+    EXPECT_EQ(m_Sink.m_nIndications, 1);
+    ASSERT_TRUE(m_pKept);
+    CMNInetAddr peer;
+    m_pKept->GetPeerAddr(peer);
+    EXPECT_EQ(peer, m_Second);
 }
 
 TEST_P(CPSConnectorWrapperDatagramTest, Indication_SinkConnectsAgain_GetsASecondTransport)
