@@ -13,11 +13,11 @@ CUserClient::~CUserClient()
 MNResult CUserClient::Connect(const CMNInetAddr& address, long seconds, IPSAcceptorConnectorSink* sink)
 {
     if (!m_pConnector) {
-        EXPECT_EQ(MN_OK, IPSConnectionManager::Instance()->CreateConnectionClient(CONNECTION_TYPE_TCP,
-                                                                                  m_pConnector.ParaOut()));
+        EXPECT_EQ(MN_OK, IPSConnectionManager::Instance()->CreateConnectionClient(m_dwType, m_pConnector.ParaOut()));
     }
     CMNTimeValue timeout(seconds, 0);
-    return m_pConnector->AsycConnect(sink ? sink : this, address, seconds != 0 ? &timeout : nullptr, nullptr, 0, 0);
+    return m_pConnector->AsycConnect(sink ? sink : this, address, seconds != 0 ? &timeout : nullptr, nullptr, m_wFamily,
+                                     m_wProtocol);
 }
 
 MNResult CUserClient::OnConnectIndication(long result, IPSTransport* transport, IPSAcceptorConnectorId* id)

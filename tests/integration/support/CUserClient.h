@@ -25,6 +25,11 @@ public:
     uxport::MNResult OnConnectIndication(long result, uxport::IPSTransport* transport,
                                          uxport::IPSAcceptorConnectorId* id) override;
 
+    // For the next connector; the numbers are the raw protocol's.
+    unsigned long m_dwType = uxport::CONNECTION_TYPE_TCP;
+    unsigned short m_wFamily = 0;
+    unsigned short m_wProtocol = 0;
+
     std::vector<long> m_Results;            // one for each indication
     bool m_bTake = true;                    // false: lets the transport go
     std::function<void(long)> m_fOnResult;  // at the end of the indication

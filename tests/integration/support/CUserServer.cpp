@@ -14,10 +14,9 @@ CUserServer::~CUserServer()
 MNResult CUserServer::Listen(const CMNInetAddr& address)
 {
     if (!m_pAcceptor) {
-        EXPECT_EQ(MN_OK,
-                  IPSConnectionManager::Instance()->CreateConnectionServer(CONNECTION_TYPE_TCP, m_pAcceptor.ParaOut()));
+        EXPECT_EQ(MN_OK, IPSConnectionManager::Instance()->CreateConnectionServer(m_dwType, m_pAcceptor.ParaOut()));
     }
-    return m_pAcceptor->StartListen(this, address, 0, 0);
+    return m_pAcceptor->StartListen(this, address, m_wFamily, m_wProtocol);
 }
 
 MNResult CUserServer::OnConnectIndication(long result, IPSTransport* transport, IPSAcceptorConnectorId* id)

@@ -32,6 +32,11 @@ public:
     uxport::MNResult OnConnectIndication(long result, uxport::IPSTransport* transport,
                                          uxport::IPSAcceptorConnectorId* id) override;
 
+    // For the next acceptor; the numbers are the raw protocol's.
+    unsigned long m_dwType = uxport::CONNECTION_TYPE_TCP;
+    unsigned short m_wFamily = 0;
+    unsigned short m_wProtocol = 0;
+
     bool m_bOpen = true;  // opens the transports it takes
     bool m_bTake = true;  // false: counts and lets the transport go
     int m_nIndications = 0;
