@@ -10,7 +10,7 @@ FILE ?=
 help:
 	@echo 'deps     packages (as root) and the source of lwIP'
 	@echo 'build    the release build'
-	@echo 'demo     copies a file through the stack: make demo [FILE=...]'
+	@echo 'demo     copies files between two processes, a stack in each: make demo [FILE=...]'
 	@echo 'test     the tests; make asan, make tsan: the same under sanitizers; make clang: built by clang'
 	@echo 'soak     the long tests'
 	@echo 'bench    the benchmarks; bench-link: two processes and a link, beside a tunnel by socat (as root)'
@@ -28,8 +28,10 @@ build_preset = cmake --preset $(1) && cmake --build --preset $(1) --parallel $(J
 build: deps
 	$(call build_preset,release)
 
-demo: deps
-	$(call build_preset,release) --target filecopy
+# Once built, the demo also runs for who may not write here.
+demo:
+	@if [ -w build/release ] || [ ! -x build/release/bin/filecopy ]; then \
+		$(MAKE) --no-print-directory deps && $(call build_preset,release) --target filecopy; fi
 	build/release/bin/filecopy $(FILE)
 
 test: build

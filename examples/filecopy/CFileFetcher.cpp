@@ -1,22 +1,16 @@
 #include "CFileFetcher.h"
 
 #include <algorithm>
+#include <exception>
+#include <stdexcept>
 #include <utility>
 
 #include "CFileProtocol.h"
 
 using namespace uxport;
 
-namespace
-{
-
-constexpr long CONNECT_SECONDS = 10;
-constexpr long PROGRESS_MICROSECONDS = 200 * 1000;
-constexpr int MAX_IDLE_TIMERS = 150;  // half a minute
-
-}  // namespace
-
-CFileFetcher::CFileFetcher(FProgress progress, FDone done) : m_fProgress(std::move(progress)), m_fDone(std::move(done))
+CFileFetcher::CFileFetcher(std::filesystem::path folder, unsigned int seconds, FProgress progress, FDone done)
+    : m_Folder(std::move(folder)), m_dwSeconds(seconds), m_fProgress(std::move(progress)), m_fDone(std::move(done))
 {
 }
 
@@ -30,58 +24,89 @@ CFileFetcher::~CFileFetcher()
 
 MNResult CFileFetcher::Start(const CMNInetAddr& address)
 {
-    MNResult result =
+    const MNResult result =
         IPSConnectionManager::Instance()->CreateConnectionClient(CONNECTION_TYPE_TCP, m_pConnector.ParaOut());
-    if (result != MN_OK)
-        return result;
     m_llStart = mantle::CMNClock::NowUs();
-    CMNTimeValue timeout(CONNECT_SECONDS, 0);
-    result = m_pConnector->AsycConnect(this, address, &timeout, nullptr, 0, 0);
-    if (result != MN_OK)
-        return result;
-    return m_Timer.Schedule(this, CMNTimeValue(0, PROGRESS_MICROSECONDS), 0);
+    CMNTimeValue timeout(static_cast<long>(m_dwSeconds), 0);
+    return result == MN_OK ? m_pConnector->AsycConnect(this, address, &timeout, nullptr, 0, 0) : result;
 }
 
 MNResult CFileFetcher::OnConnectIndication(long result, IPSTransport* transport, IPSAcceptorConnectorId*)
 {
-    if (result != 0) {
+    if (result != MN_OK) {
         Finish("cannot connect to the server");
         return MN_OK;
     }
     m_pTransport = transport;
-    if (transport->OpenWithSink(this) != MN_OK)
+    if (transport->OpenWithSink(this) != MN_OK) {
         Finish("cannot open the connection");
-    return MN_OK;
+        return MN_OK;
+    }
+    // A server that has sent everything may close in vain: what counts is here.
+    return m_Silence.Watch(
+        m_dwSeconds, [this] { Finish(HasAll() ? "" : "the server is silent, given up"); },
+        [this] {
+            if (!HasAll())
+                Update();
+            m_fProgress(m_State);
+        });
 }
 
 MNResult CFileFetcher::OnReceive(CMNMessageBlock& data, IPSTransport*, CPSTransportParameter*)
 {
-    for (const CMNMessageBlock* block = &data; block; block = block->GetNext())
-        Take(block->GetReadPtr(), block->GetLength());
-    if (HasAll())
-        m_Outcome.m_llMicroseconds = mantle::CMNClock::NowUs() - m_llStart;
+    m_Silence.Heard();
+    try {
+        for (const CMNMessageBlock* block = &data; block; block = block->GetNext())
+            Take(block->GetReadPtr(), block->GetLength());
+    } catch (const std::exception& error) {
+        Finish(error.what());
+        return MN_OK;
+    }
+    Update();
     Answer();
     return MN_OK;
 }
 
 void CFileFetcher::Take(const char* data, std::size_t length)
 {
-    for (; m_nLengthBytes < CFileProtocol::s_nLengthSize && length != 0; ++m_nLengthBytes, ++data, --length)
-        m_qwLength = m_qwLength << 8 | static_cast<unsigned char>(*data);
-    m_Sha256.Add(data, length);
-    m_Outcome.m_qwBytes += length;
+    m_qwTaken += length;
+    if (m_pWriter || TakeList(data, length))
+        m_pWriter->Take(data, length);
 }
 
-bool CFileFetcher::HasAll() const
+// Consumes what belongs to the list. Returns whether it is whole.
+bool CFileFetcher::TakeList(const char*& data, std::size_t& length)
 {
-    return m_nLengthBytes == CFileProtocol::s_nLengthSize && m_Outcome.m_qwBytes >= m_qwLength;
+    const auto take = [&](std::size_t wanted) {
+        const std::size_t piece = std::min(wanted - std::min(wanted, m_strHead.size()), length);
+        m_strHead.append(data, piece);
+        data += piece;
+        length -= piece;
+        return m_strHead.size() >= wanted;
+    };
+    if (!take(CFileProtocol::s_nLengthSize))
+        return false;
+    std::uint64_t list = 0;
+    for (std::size_t i = 0; i < CFileProtocol::s_nLengthSize; ++i)
+        list = list << 8 | static_cast<unsigned char>(m_strHead[i]);
+    if (list > CFileProtocol::s_nMaxList)
+        throw std::runtime_error("the server's list of files is too long");
+    if (!take(CFileProtocol::s_nLengthSize + static_cast<std::size_t>(list)))
+        return false;
+    m_pWriter.emplace(CFileList::Decode(m_strHead.substr(CFileProtocol::s_nLengthSize)), m_Folder);
+    m_State.m_qwTotal = m_pWriter->GetList().GetBytes();
+    return true;
+}
+
+void CFileFetcher::Update()
+{
+    m_State.m_qwBytes = m_pWriter ? m_pWriter->GetTaken() : 0;
+    m_State.m_llMicroseconds = mantle::CMNClock::NowUs() - m_llStart;
 }
 
 void CFileFetcher::Answer()
 {
-    std::uint64_t due = m_Outcome.m_qwBytes / CFileProtocol::s_qwStep;
-    if (HasAll())
-        due = std::max<std::uint64_t>(CFileProtocol::CountSteps(m_qwLength), 1);
+    const std::uint64_t due = HasAll() ? CFileProtocol::CountSteps(m_qwTaken) : m_qwTaken / CFileProtocol::s_qwStep;
     CMNMessageBlock answers(due - m_qwAnswers);
     for (; m_qwAnswers < due; ++m_qwAnswers)
         answers.Write("", 1);
@@ -89,33 +114,19 @@ void CFileFetcher::Answer()
         m_pTransport->SendData(answers, nullptr);
 }
 
-MNResult CFileFetcher::OnSend(IPSTransport*, CPSTransportParameter*)
-{
-    return MN_OK;
-}
-
 MNResult CFileFetcher::OnDisconnect(long, IPSTransport*)
 {
     m_pTransport = nullptr;
-    Finish(HasAll() ? "" : "the server ended the connection early");
+    Finish(HasAll() ? "" : "the server has gone before everything was here");
     return MN_OK;
 }
 
-void CFileFetcher::OnTimer(CPSTimerWrapperID*)
+void CFileFetcher::Finish(const std::string& error)
 {
-    m_fProgress(m_Outcome.m_qwBytes);
-    m_nIdleTimers = m_Outcome.m_qwBytes == m_qwAtLastTimer ? m_nIdleTimers + 1 : 0;
-    m_qwAtLastTimer = m_Outcome.m_qwBytes;
-    if (m_nIdleTimers == MAX_IDLE_TIMERS)
-        Finish("nothing arrives any more");
-}
-
-void CFileFetcher::Finish(const char* error)
-{
-    m_Timer.Cancel();
+    m_Silence.End();
     if (m_pTransport)
         m_pTransport->Disconnect(MN_OK);
-    m_Outcome.m_strSha256 = m_Sha256.Finish();
-    m_Outcome.m_strError = error;
+    m_pTransport = nullptr;
+    m_State.m_strError = error;
     m_fDone();
 }

@@ -1,67 +1,70 @@
-// The fetching half: connects, counts and digests what arrives.
+// The fetching half: connects and hands on what arrives.
 #ifndef FILECOPY_CFILEFETCHER_H
 #define FILECOPY_CFILEFETCHER_H
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 
-#include <mantle/mantle.h>
-#include <uxport/uxport.h>
-
-#include "CSha256.h"
+#include "CExample.h"
+#include "CFileWriter.h"
+#include "CSilence.h"
 
 // Thread: the user thread that made it; all its callbacks come there.
-class CFileFetcher : public uxport::IPSAcceptorConnectorSink,
-                     public uxport::IPSTransportSink,
-                     public uxport::IPSTimerWrapperIDSink
+class CFileFetcher : public CExampleSink
 {
 public:
-    // What became of the fetch.
-    struct COutcome
+    // How far it is, or has come.
+    struct CState
     {
-        std::string m_strError;  // empty: all of it has arrived
-        std::string m_strSha256;
-        std::uint64_t m_qwBytes = 0;
-        long long m_llMicroseconds = 0;  // from the connect to the last byte
+        std::string m_strError = "not finished";  // empty: everything has arrived, whatever its digests
+        std::uint64_t m_qwBytes = 0;              // of files
+        std::uint64_t m_qwTotal = 0;
+        long long m_llMicroseconds = 0;  // since the connect; in the end, to the last byte
     };
-    using FProgress = std::function<void(std::uint64_t bytes)>;
+    using FProgress = std::function<void(const CState& state)>;
     using FDone = std::function<void()>;
 
-    // `progress` is called from time to time, `done` once, after which the outcome stays.
-    CFileFetcher(FProgress progress, FDone done);
+    // `progress` is called from time to time, `done` once, after which the state stays. A server that is silent for
+    // `seconds`, or can't be reached in that time, is given up.
+    CFileFetcher(std::filesystem::path folder, unsigned int seconds, FProgress progress, FDone done);
     ~CFileFetcher() override;
 
-    uxport::MNResult Start(const uxport::CMNInetAddr& address);
-    const COutcome& GetOutcome() const { return m_Outcome; }
+    MNResult Start(const uxport::CMNInetAddr& address);
+    const CState& GetState() const { return m_State; }
 
-    uxport::MNResult OnConnectIndication(long result, uxport::IPSTransport* transport,
-                                         uxport::IPSAcceptorConnectorId* id) override;
-    uxport::MNResult OnReceive(uxport::CMNMessageBlock& data, uxport::IPSTransport* transport,
-                               uxport::CPSTransportParameter* param) override;
-    uxport::MNResult OnSend(uxport::IPSTransport* transport, uxport::CPSTransportParameter* param) override;
-    uxport::MNResult OnDisconnect(long reason, uxport::IPSTransport* transport) override;
-    void OnTimer(uxport::CPSTimerWrapperID* timer) override;
+    // What has been written; null until the list is there.
+    const CFileWriter* GetWriter() const { return m_pWriter ? &*m_pWriter : nullptr; }
+
+    MNResult OnConnectIndication(long result, uxport::IPSTransport* transport,
+                                 uxport::IPSAcceptorConnectorId* id) override;
+    MNResult OnReceive(uxport::CMNMessageBlock& data, uxport::IPSTransport* transport,
+                       uxport::CPSTransportParameter* param) override;
+    MNResult OnDisconnect(long reason, uxport::IPSTransport* transport) override;
 
 private:
     void Take(const char* data, std::size_t length);
-    bool HasAll() const;
+    bool TakeList(const char*& data, std::size_t& length);
+    bool HasAll() const { return m_pWriter && m_pWriter->IsComplete(); }
+    void Update();
     void Answer();
-    void Finish(const char* error);
+    void Finish(const std::string& error);
 
+    const std::filesystem::path m_Folder;
+    const unsigned int m_dwSeconds;
     FProgress m_fProgress;
     FDone m_fDone;
-    CSha256 m_Sha256;
-    COutcome m_Outcome;
-    std::uint64_t m_qwLength = 0;    // as the server says
-    std::size_t m_nLengthBytes = 0;  // of which so many bytes have arrived
+    CState m_State;
+    std::string m_strHead;  // of the stream, until the list is whole
+    std::optional<CFileWriter> m_pWriter;
+    std::uint64_t m_qwTaken = 0;  // of the stream
     std::uint64_t m_qwAnswers = 0;
     long long m_llStart = 0;
-    std::uint64_t m_qwAtLastTimer = 0;
-    int m_nIdleTimers = 0;
     mantle::CMNAutoPtr<uxport::IPSConnector> m_pConnector;
     mantle::CMNAutoPtr<uxport::IPSTransport> m_pTransport;
-    uxport::CPSTimerWrapperID m_Timer;
+    CSilence m_Silence;
 };
 
 #endif

@@ -1,12 +1,12 @@
 #include "CFileServer.h"
 
-#include <algorithm>
-#include <utility>
+#include <cinttypes>
+#include <cstdio>
 
 using namespace uxport;
 
-CFileServer::CFileServer(std::string path, std::uint64_t corruptAt)
-    : m_strPath(std::move(path)), m_qwCorruptAt(corruptAt)
+CFileServer::CFileServer(const CFileList& list, std::uint64_t corruptAt, unsigned int seconds)
+    : m_List(list), m_qwCorruptAt(corruptAt), m_dwSeconds(seconds)
 {
 }
 
@@ -23,12 +23,20 @@ MNResult CFileServer::Start(const CMNInetAddr& address)
     return result == MN_OK ? m_pAcceptor->StartListen(this, address, 0, 0) : result;
 }
 
-MNResult CFileServer::OnConnectIndication(long, IPSTransport* transport, IPSAcceptorConnectorId*)
+MNResult CFileServer::OnConnectIndication(long result, IPSTransport* transport, IPSAcceptorConnectorId* id)
 {
-    m_Sessions.push_back(std::make_unique<CFileSession>(m_strPath, m_qwCorruptAt, [this](CFileSession* ended) {
-        const auto found = std::find_if(m_Sessions.begin(), m_Sessions.end(),
-                                        [ended](const auto& session) { return session.get() == ended; });
-        m_Sessions.erase(found);
-    }));
-    return m_Sessions.back()->Start(transport);
+    if (result != MN_OK)
+        return MN_OK;
+    return m_Sessions
+        .emplace_back(m_List, m_qwCorruptAt, m_dwSeconds,
+                      [this](CFileSession* session, const std::string& how) { OnEnded(session, how); })
+        .OnConnectIndication(result, transport, id);
+}
+
+void CFileServer::OnEnded(CFileSession* session, const std::string& how)
+{
+    std::printf("filecopy: %s %s; %" PRIu64 " bytes sent, %zu others served\n", session->GetClient().c_str(),
+                how.c_str(), session->GetSent(), m_Sessions.size() - 1);
+    std::fflush(stdout);
+    m_Sessions.remove_if([session](const CFileSession& other) { return &other == session; });
 }

@@ -1,36 +1,35 @@
-// The serving half: sends a file to whoever connects.
+// The serving half: sends its files to whoever connects.
 #ifndef FILECOPY_CFILESERVER_H
 #define FILECOPY_CFILESERVER_H
 
 #include <cstdint>
-#include <memory>
-#include <string>
-#include <vector>
+#include <list>
 
-#include <mantle/mantle.h>
-#include <uxport/uxport.h>
-
+#include "CExample.h"
+#include "CFileList.h"
 #include "CFileSession.h"
 
-// Thread: the user thread that made it; all its callbacks come there.
+// Says on standard output who comes and how it ends. Thread: the user thread that made it.
 class CFileServer : public uxport::IPSAcceptorConnectorSink
 {
 public:
-    // `corruptAt`: as in CFileSession.
-    CFileServer(std::string path, std::uint64_t corruptAt);
+    // `list` outlives the server. `corruptAt` and `seconds`: as in CFileSession.
+    CFileServer(const CFileList& list, std::uint64_t corruptAt, unsigned int seconds);
     ~CFileServer() override;
 
-    // That the address can't be had is not told here; the clients find nobody.
     uxport::MNResult Start(const uxport::CMNInetAddr& address);
 
     uxport::MNResult OnConnectIndication(long result, uxport::IPSTransport* transport,
                                          uxport::IPSAcceptorConnectorId* id) override;
 
 private:
-    std::string m_strPath;
-    std::uint64_t m_qwCorruptAt;
+    void OnEnded(CFileSession* session, const std::string& how);
+
+    const CFileList& m_List;
+    const std::uint64_t m_qwCorruptAt;
+    const unsigned int m_dwSeconds;
     mantle::CMNAutoPtr<uxport::IPSAcceptor> m_pAcceptor;
-    std::vector<std::unique_ptr<CFileSession>> m_Sessions;
+    std::list<CFileSession> m_Sessions;
 };
 
 #endif

@@ -7,13 +7,9 @@
 
 using namespace uxport;
 
-CFileSession::CFileSession(const std::string& path, std::uint64_t corruptAt, FEnded ended)
-    : m_File(path, std::ios::binary | std::ios::ate), m_qwCorruptAt(corruptAt), m_fEnded(std::move(ended))
+CFileSession::CFileSession(const CFileList& list, std::uint64_t corruptAt, unsigned int seconds, FEnded ended)
+    : m_List(list), m_Reader(list, corruptAt), m_dwSeconds(seconds), m_fEnded(std::move(ended))
 {
-    if (m_File) {
-        m_qwLength = static_cast<std::uint64_t>(m_File.tellg());
-        m_File.seekg(0);
-    }
 }
 
 CFileSession::~CFileSession()
@@ -22,75 +18,79 @@ CFileSession::~CFileSession()
         m_pTransport->Disconnect(MN_OK);
 }
 
-MNResult CFileSession::Start(IPSTransport* transport)
+MNResult CFileSession::OnConnectIndication(long, IPSTransport* transport, IPSAcceptorConnectorId*)
 {
     m_pTransport = transport;
-    if (const MNResult result = transport->OpenWithSink(this); result != MN_OK)
+    CMNInetAddr client;
+    transport->GetPeerAddr(client);
+    m_strClient = client.ToString();
+    if (const MNResult result = transport->OpenWithSink(this); result != MN_OK) {
+        End("cannot be opened");
         return result;
-    SendLength();
+    }
+    m_Silence.Watch(
+        m_dwSeconds, [this] { End("is silent, given up"); }, [] {});
+    SendList(m_List.Encode());
     SendOn();
     return MN_OK;
 }
 
 MNResult CFileSession::OnReceive(CMNMessageBlock& data, IPSTransport*, CPSTransportParameter*)
 {
+    m_Silence.Heard();
     m_qwAnsweredSteps += data.GetChainedLength();
-    if (m_qwAnsweredSteps < std::max<std::uint64_t>(CFileProtocol::CountSteps(m_qwLength), 1))
+    if (m_qwAnsweredSteps < CFileProtocol::CountSteps(m_qwLength))
         SendOn();
     else
-        End();  // the client has it all, and nothing is lost by disconnecting
-    return MN_OK;
-}
-
-MNResult CFileSession::OnSend(IPSTransport*, CPSTransportParameter*)
-{
+        End("has everything");  // nothing is lost by disconnecting
     return MN_OK;
 }
 
 MNResult CFileSession::OnDisconnect(long, IPSTransport*)
 {
-    End();
+    End("has gone");
     return MN_OK;
 }
 
-void CFileSession::SendLength()
+void CFileSession::SendList(const std::string& list)
 {
-    CMNMessageBlock block(CFileProtocol::s_nLengthSize);
+    m_qwHead = CFileProtocol::s_nLengthSize + list.size();
+    m_qwLength = m_qwHead + m_List.GetBytes();
+    CMNMessageBlock block(m_qwHead);
     for (int shift = 56; shift >= 0; shift -= 8) {
-        const char byte = static_cast<char>(m_qwLength >> shift & 0xFF);
+        const char byte = static_cast<char>(list.size() >> shift & 0xFF);
         block.Write(&byte, sizeof byte);
     }
+    block.Write(list.data(), list.size());
     m_pTransport->SendData(block, nullptr);
 }
 
 void CFileSession::SendOn()
 {
     const std::uint64_t limit = m_qwAnsweredSteps * CFileProtocol::s_qwStep + CFileProtocol::s_qwWindow;
-    while (m_qwSent < std::min(limit, m_qwLength)) {
-        if (!SendNext())
-            return End();
+    for (;;) {
+        const std::uint64_t sent = m_qwHead + m_Reader.GetRead();
+        if (sent >= std::min(limit, m_qwLength))
+            return;
+        if (!SendNext(m_qwLength - sent))
+            return End("is left, a file has changed");
     }
 }
 
-bool CFileSession::SendNext()
+bool CFileSession::SendNext(std::uint64_t left)
 {
-    const std::uint64_t wanted = std::min<std::uint64_t>(CFileProtocol::s_nSendSize, m_qwLength - m_qwSent);
+    const std::uint64_t wanted = std::min<std::uint64_t>(CFileProtocol::s_nSendSize, left);
     CMNMessageBlock block(wanted);
-    m_File.read(block.GetWritePtr(), static_cast<std::streamsize>(wanted));
-    if (m_File.gcount() != static_cast<std::streamsize>(wanted))
+    if (m_Reader.Read(block.GetWritePtr(), wanted) != wanted)
         return false;
-    if (m_qwCorruptAt >= m_qwSent && m_qwCorruptAt - m_qwSent < wanted) {
-        char& byte = block.GetWritePtr()[m_qwCorruptAt - m_qwSent];
-        byte = static_cast<char>(~byte);
-    }
     block.AdvanceWritePtr(wanted);
-    m_qwSent += wanted;
     return m_pTransport->SendData(block, nullptr) == MN_OK;
 }
 
-void CFileSession::End()
+void CFileSession::End(const std::string& how)
 {
+    m_Silence.End();
     m_pTransport->Disconnect(MN_OK);
     m_pTransport = nullptr;
-    m_fEnded(this);
+    m_fEnded(this, how);
 }

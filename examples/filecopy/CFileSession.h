@@ -3,46 +3,50 @@
 #define FILECOPY_CFILESESSION_H
 
 #include <cstdint>
-#include <fstream>
 #include <functional>
 #include <string>
 
-#include <mantle/mantle.h>
-#include <uxport/uxport.h>
+#include "CExample.h"
+#include "CFileReader.h"
+#include "CSilence.h"
 
-// Sends the file at the pace of the client's answers. Thread: the server's.
-class CFileSession : public uxport::IPSTransportSink
+// Sends the files at the pace of the client's answers. Thread: the server's.
+class CFileSession : public CExampleSink
 {
 public:
-    static constexpr std::uint64_t s_qwNowhere = ~std::uint64_t{0};
-    using FEnded = std::function<void(CFileSession* session)>;
+    using FEnded = std::function<void(CFileSession* session, const std::string& how)>;
 
-    // `corruptAt`: the offset of a byte that is sent changed, s_qwNowhere for none. `ended` is called once, when the
+    // `list` outlives the session. A client that is silent for `seconds` is given up. `ended` is called once, when the
     // connection has ended, and may delete the session.
-    CFileSession(const std::string& path, std::uint64_t corruptAt, FEnded ended);
+    CFileSession(const CFileList& list, std::uint64_t corruptAt, unsigned int seconds, FEnded ended);
     ~CFileSession() override;
 
-    // Begins; inside the indication of `transport`.
-    uxport::MNResult Start(uxport::IPSTransport* transport);
+    // Begins.
+    MNResult OnConnectIndication(long result, uxport::IPSTransport* transport,
+                                 uxport::IPSAcceptorConnectorId* id) override;
+    MNResult OnReceive(uxport::CMNMessageBlock& data, uxport::IPSTransport* transport,
+                       uxport::CPSTransportParameter* param) override;
+    MNResult OnDisconnect(long reason, uxport::IPSTransport* transport) override;
 
-    uxport::MNResult OnReceive(uxport::CMNMessageBlock& data, uxport::IPSTransport* transport,
-                               uxport::CPSTransportParameter* param) override;
-    uxport::MNResult OnSend(uxport::IPSTransport* transport, uxport::CPSTransportParameter* param) override;
-    uxport::MNResult OnDisconnect(long reason, uxport::IPSTransport* transport) override;
+    const std::string& GetClient() const { return m_strClient; }
+    std::uint64_t GetSent() const { return m_Reader.GetRead(); }
 
 private:
-    void SendLength();
+    void SendList(const std::string& list);
     void SendOn();
-    bool SendNext();
-    void End();
+    bool SendNext(std::uint64_t left);
+    void End(const std::string& how);
 
-    std::ifstream m_File;
-    std::uint64_t m_qwLength = 0;
-    std::uint64_t m_qwSent = 0;
+    const CFileList& m_List;
+    CFileReader m_Reader;
+    const unsigned int m_dwSeconds;
+    std::uint64_t m_qwHead = 0;    // bytes of the stream in front of the files
+    std::uint64_t m_qwLength = 0;  // of the whole stream
     std::uint64_t m_qwAnsweredSteps = 0;
-    std::uint64_t m_qwCorruptAt;
     FEnded m_fEnded;
+    std::string m_strClient;
     mantle::CMNAutoPtr<uxport::IPSTransport> m_pTransport;
+    CSilence m_Silence;
 };
 
 #endif

@@ -1,23 +1,21 @@
-// filecopy: serves a file over TCP on the embedded stack, fetches it there and compares the two by SHA-256.
+// filecopy: serves a folder from one user-space stack and fetches it from another, over a UDP path between the two.
+// Without a subcommand: starts itself as both and compares.
 #include <cinttypes>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
-#include <fstream>
-#include <stdexcept>
 #include <string>
-#include <utility>
-#include <vector>
-
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
-#include "CDemoFile.h"
+#include "CDemo.h"
+#include "CExamplePath.h"
 #include "CFileFetcher.h"
-#include "CFileNetwork.h"
 #include "CFileProtocol.h"
-#include "CServerThread.h"
+#include "CFileServer.h"
+#include "CProgressLine.h"
+
+using namespace uxport;
 
 namespace
 {
@@ -26,114 +24,127 @@ constexpr int EXIT_EQUAL = 0;
 constexpr int EXIT_DIFFERENT = 1;
 constexpr int EXIT_TROUBLE = 2;
 constexpr std::uint64_t DEFAULT_SIZE = 50 * 1024 * 1024;
-constexpr double MEGABYTE = 1e6;
+const char* const SERVER_ADDRESS = "10.77.0.1";
+const char* const CLIENT_ADDRESS = "10.77.0.2";
+const char* const SERVER_UDP = "127.0.0.1:7001";
+const char* const CLIENT_UDP = "127.0.0.1:7002";
 
-struct CSource
-{
-    std::uint64_t m_qwBytes = 0;
-    std::string m_strSha256;
-};
-
-CSource Digest(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    if (!file || !std::filesystem::is_regular_file(path))
-        throw std::runtime_error("cannot read " + path);
-    CSource source;
-    CSha256 sha256;
-    std::vector<char> buffer(CFileProtocol::s_nSendSize);
-    while (file.read(buffer.data(), static_cast<std::streamsize>(buffer.size())), file.gcount() > 0) {
-        sha256.Add(buffer.data(), static_cast<std::size_t>(file.gcount()));
-        source.m_qwBytes += static_cast<std::uint64_t>(file.gcount());
-    }
-    source.m_strSha256 = sha256.Finish();
-    return source;
-}
-
-// One line on standard error: rewritten in place on a terminal, one for each quarter elsewhere.
-class CProgressLine
+// Both subcommands: the path, the server's port, patience.
+class CCommand
 {
 public:
-    explicit CProgressLine(std::uint64_t total) : m_qwTotal(total), m_bTerminal(isatty(STDERR_FILENO) != 0) {}
-
-    void Show(std::uint64_t bytes)
+    CCommand(CLI::App& app, const char* name, const char* description, const char* address, const char* local,
+             const char* remote)
+        : m_pApp(app.add_subcommand(name, description))
     {
-        const auto percent = m_qwTotal == 0 ? 100 : static_cast<int>(bytes * 100 / m_qwTotal);
-        if (!m_bTerminal && percent / 25 == m_nPercent / 25)
-            return;
-        m_nPercent = percent;
-        std::fprintf(stderr, "%s%.1f of %.1f MB (%d %%)%s", m_bTerminal ? "\r" : "",
-                     static_cast<double>(bytes) / MEGABYTE, static_cast<double>(m_qwTotal) / MEGABYTE, percent,
-                     m_bTerminal ? "" : "\n");
+        m_Path.m_strAddress = address;
+        m_Path.m_strUdpLocal = local;
+        m_Path.m_strUdpRemote = remote;
+        m_Path.AddOptions(*m_pApp);
+        m_pApp->get_option("--udp-local")->capture_default_str();
+        m_pApp->get_option("--udp-remote")->capture_default_str();
+        m_pApp->add_option("--port", m_wPort, "of the server, on its stack")
+            ->capture_default_str()
+            ->check(CLI::Range(1, 65535));
+        m_pApp->add_option("--timeout", m_dwSeconds, "seconds without a word until the other side is given up")
+            ->capture_default_str()
+            ->check(CLI::Range(1, 3600));
     }
 
-    void End(std::uint64_t bytes)
-    {
-        Show(bytes);
-        if (m_bTerminal)
-            std::fputc('\n', stderr);
-    }
+    bool Start() { return CExample::Start() && m_Path.Open(); }
 
-private:
-    std::uint64_t m_qwTotal;
-    bool m_bTerminal;
-    int m_nPercent = 0;
+    CLI::App* m_pApp;
+    CExamplePath m_Path;
+    unsigned short m_wPort = CFileProtocol::s_wPort;
+    unsigned int m_dwSeconds = 10;
 };
 
-// Serves the file on a thread of its own and fetches it on this one.
-CFileFetcher::COutcome Transfer(const std::string& path, std::uint64_t corruptAt, CFileFetcher::FProgress progress)
+int Serve(CCommand& command, const std::string& folder, std::uint64_t corruptAt)
 {
-    mantle::CMNThreadUser* thread = mantle::CMNThreadUser::AdoptCurrentThread();
-    if (CFileNetwork::Start() != mantle::MN_OK)
-        throw std::runtime_error("the network thread does not start");
-    CServerThread server;
-    if (server.Start(path, corruptAt, CFileNetwork::GetServerAddress()) != mantle::MN_OK)
-        throw std::runtime_error("the server does not start");
-    CFileFetcher fetcher(std::move(progress), [thread] { thread->Stop(); });
-    if (fetcher.Start(CFileNetwork::GetServerAddress()) != mantle::MN_OK)
-        throw std::runtime_error("the client does not start");
-    thread->RunEventLoop();
-    return fetcher.GetOutcome();
+    const CFileList list(folder);
+    if (!command.Start())
+        return EXIT_TROUBLE;
+    CFileServer server(list, corruptAt, command.m_dwSeconds);
+    const CMNInetAddr address(command.m_Path.m_strAddress.c_str(), command.m_wPort);
+    if (const MNResult result = server.Start(address); result != MN_OK)
+        return CExample::Fail("filecopy: the server", result);
+    std::printf("filecopy: serves %zu files, %" PRIu64 " bytes, on %s\n", list.GetFiles().size(), list.GetBytes(),
+                address.ToString().c_str());
+    std::fflush(stdout);
+    CExample::Run();
+    return EXIT_EQUAL;
 }
 
-int Copy(const std::string& path, std::uint64_t corruptAt)
+int Get(CCommand& command, const std::string& server, const std::string& into)
 {
-    const CSource source = Digest(path);
-    CProgressLine progress(source.m_qwBytes);
-    const CFileFetcher::COutcome arrived =
-        Transfer(path, corruptAt, [&progress](std::uint64_t bytes) { progress.Show(bytes); });
-    if (!arrived.m_strError.empty())
-        throw std::runtime_error(arrived.m_strError);
-    progress.End(arrived.m_qwBytes);
+    if (!command.Start())
+        return EXIT_TROUBLE;
+    CProgressLine progress;
+    CFileFetcher fetcher(
+        into, command.m_dwSeconds, [&progress](const CFileFetcher::CState& state) { progress.Show(state); },
+        [] { CExample::Stop(); });
+    const CMNInetAddr address(server.c_str(), command.m_wPort);
+    if (const MNResult result = fetcher.Start(address); result != MN_OK)
+        return CExample::Fail("filecopy: the client", result);
+    CExample::Run();
 
-    const bool equal = arrived.m_qwBytes == source.m_qwBytes && arrived.m_strSha256 == source.m_strSha256;
-    const double seconds = static_cast<double>(arrived.m_llMicroseconds) / 1e6;
-    const double rate = seconds > 0 ? static_cast<double>(arrived.m_qwBytes) / MEGABYTE / seconds : 0;
-    std::printf("demo: %" PRIu64 " bytes, sha256 %s, %.1f MB/s\n", arrived.m_qwBytes, equal ? "equal" : "differs",
-                rate);
+    const CFileFetcher::CState& state = fetcher.GetState();
+    progress.End(state);
+    if (!state.m_strError.empty()) {
+        std::fprintf(stderr, "filecopy: %s (%s, %" PRIu64 " of %" PRIu64 " bytes)\n", state.m_strError.c_str(),
+                     address.ToString().c_str(), state.m_qwBytes, state.m_qwTotal);
+        return EXIT_TROUBLE;
+    }
+    const CFileWriter& files = *fetcher.GetWriter();
+    for (const std::string& path : files.GetDifferent())
+        std::fprintf(stderr, "filecopy: %s differs, removed\n", path.c_str());
+    const bool equal = files.GetDifferent().empty();
+    std::printf("filecopy: %zu files, %" PRIu64 " bytes, sha256 %s, %.1f MB/s\n", files.GetList().GetFiles().size(),
+                state.m_qwBytes, equal ? "equal" : "differs", CProgressLine::GetRate(state));
     return equal ? EXIT_EQUAL : EXIT_DIFFERENT;
+}
+
+int Demo(const char* program, const std::string& source, std::uint64_t corruptAt)
+{
+    std::error_code error;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+    const CDemo demo(error ? program : self.string());
+    const std::filesystem::path files = source.empty()
+                                            ? demo.MakeFiles({UXPORT_LWIP_DIR, UXPORT_BUILD_DIR "/lib"}, DEFAULT_SIZE)
+                                            : std::filesystem::path(source);
+    return demo.Copy(files, corruptAt) ? EXIT_EQUAL : EXIT_DIFFERENT;
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    CLI::App app("Serves a file over TCP on the embedded stack, fetches it there and compares the two by SHA-256.");
-    std::string path;
-    std::uint64_t corruptAt = CFileSession::s_qwNowhere;
-    app.add_option("file", path, "the file; without it, a tar archive that is made once in the build directory");
-    app.add_option("--corrupt", corruptAt, "send the byte at this offset changed, to see that it is noticed");
+    CLI::App app(
+        "Serves a folder from one user-space stack and fetches it from another, over UDP. Without a subcommand: starts "
+        "itself as both on this machine and compares what arrives.");
+    app.require_subcommand(0, 1);
+    std::string source;
+    std::string server = SERVER_ADDRESS;
+    std::string into = "fetched";
+    std::uint64_t corruptAt = CFileReader::s_qwNowhere;
+    const char* const corruptHelp = "send the byte at this offset of all files changed, to see that it is noticed";
+    app.add_option("file", source, "folder or file to copy; without it, 50 MiB of sources and libraries");
+    app.add_option("--corrupt", corruptAt, corruptHelp);
+    CCommand serve(app, "serve", "Serves until it is interrupted.", SERVER_ADDRESS, SERVER_UDP, CLIENT_UDP);
+    serve.m_pApp->add_option("folder", source, "folder or file to serve")->required()->check(CLI::ExistingPath);
+    serve.m_pApp->add_option("--corrupt", corruptAt, corruptHelp);
+    CCommand get(app, "get", "Fetches all that is served.", CLIENT_ADDRESS, CLIENT_UDP, SERVER_UDP);
+    get.m_pApp->add_option("--into", into, "folder for the files")->capture_default_str();
+    get.m_pApp->add_option("--server", server, "the server's address")->capture_default_str()->check(CLI::ValidIPV4);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_EQUAL : EXIT_TROUBLE;
     }
     try {
-        if (path.empty()) {
-            path = UXPORT_BUILD_DIR "/demo/filecopy.tar";
-            CDemoFile::Make(path, {UXPORT_LWIP_DIR, UXPORT_BUILD_DIR "/lib"}, DEFAULT_SIZE);
-        }
-        return Copy(path, corruptAt);
+        if (serve.m_pApp->parsed())
+            return Serve(serve, source, corruptAt);
+        return get.m_pApp->parsed() ? Get(get, server, into) : Demo(argv[0], source, corruptAt);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "filecopy: %s\n", error.what());
         return EXIT_TROUBLE;

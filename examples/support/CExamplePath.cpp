@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include <connhub/connhub.h>
+
 using namespace uxport;
 using ipstack::IIPStackManager;
 
@@ -19,6 +21,19 @@ bool Split(const std::string& text, std::string& host, unsigned short& port)
     if (host.size() > 2 && host.front() == '[' && host.back() == ']')
         host = host.substr(1, host.size() - 2);
     return CLI::detail::lexical_cast(text.substr(colon + 1), port) && CMNInetAddr().Set(host.c_str(), port) == MN_OK;
+}
+
+// The link does not tell.
+bool CanBind(const CMNInetAddr& local)
+{
+    class CNoSink : public connhub::IMNUDPTransportSink
+    {
+        unsigned long OnReceive(CMNMessageBlock&, const CMNInetAddr&) override { return 0; }
+    };
+    static CNoSink sink;
+    mantle::CMNAutoPtr<connhub::IMNUDPTransport> transport;
+    return connhub::CMNConnectionManager::Instance()->CreateUDPTransport(&sink, transport.ParaOut()) == MN_OK &&
+           transport->Open(local) == MN_OK;
 }
 
 bool Complain(const std::string& what)
@@ -103,6 +118,8 @@ bool CExamplePath::StartLayerBelow(ipstack::IIPStack* input)
     unsigned short remotePort = 0;
     if (!Split(m_strUdpLocal, local, localPort) || !Split(m_strUdpRemote, remote, remotePort))
         return Complain("the ends of a UDP path are written as 127.0.0.1:7001");
+    if (!CanBind(CMNInetAddr(local.c_str(), localPort)))
+        return Complain(m_strUdpLocal + " can't be had");
     m_pUdp->Open(input, remote, remotePort, local, localPort);
     return true;
 }
