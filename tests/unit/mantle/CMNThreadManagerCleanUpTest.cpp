@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <memory>
 #include <thread>
@@ -237,12 +238,18 @@ TEST_F(CMNThreadManagerCleanUpTest, ExitInACallbackOfAUserThread_Called_OthersJo
             network->Create(102);
             auto* user = new CMNThreadUser;
             user->Create(100);
-            user->PostEvent(new CTestEvent([] { std::exit(5); }));
+            static std::atomic<bool> posted{false};
+            user->PostEvent(new CTestEvent([] {
+                while (!posted)
+                    std::this_thread::yield();
+                std::exit(5);
+            }));
             user->PostEvent(new CAtDestroy([] { Say("own event"); }));
+            posted = true;
             while (true)
                 ::pause();
         },
-        ExitedWithCode(5), Said("user ended;network ended;$"));
+        ExitedWithCode(5), Said("^own event;user ended;network ended;$"));
 }
 
 TEST_F(CMNThreadManagerCleanUpTest, ExitOnANetworkThread_Called_OthersJoinedObjectsAlive)
