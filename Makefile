@@ -31,7 +31,7 @@ build: deps
 # Once built, the demo also runs for who may not write here.
 demo:
 	@if [ -w build/release ] || [ ! -x build/release/bin/filecopy ]; then \
-		$(MAKE) --no-print-directory deps && $(call build_preset,release) --target filecopy; fi
+		sh scripts/deps.sh && $(call build_preset,release) --target filecopy; fi
 	build/release/bin/filecopy $(FILE)
 
 test: build

@@ -42,6 +42,8 @@ MNResult CFileFetcher::OnConnectIndication(long result, IPSTransport* transport,
         Finish("cannot open the connection");
         return MN_OK;
     }
+    unsigned long buffer = CFileProtocol::s_dwBuffer;
+    transport->SetOption(OPT_RECEIVE_BUFFER, &buffer);
     // A server that has sent everything may close in vain: what counts is here.
     return m_Silence.Watch(
         m_dwSeconds, [this] { Finish(HasAll() ? "" : "the server is silent, given up"); },

@@ -16,6 +16,7 @@ public:
     static constexpr std::size_t s_nLengthSize = 8;  // most significant byte first
     static constexpr std::size_t s_nMaxList = 64 * 1024 * 1024;
     static constexpr std::size_t s_nSendSize = 64 * 1024;
+    static constexpr unsigned long s_dwBuffer = 512 * 1024;  // of the socket that sends, or receives, much
     static constexpr std::uint64_t s_qwStep = 256 * 1024;
     static constexpr std::uint64_t s_qwWindow = 16 * s_qwStep;
 

@@ -28,6 +28,8 @@ MNResult CFileSession::OnConnectIndication(long, IPSTransport* transport, IPSAcc
         End("cannot be opened");
         return result;
     }
+    unsigned long buffer = CFileProtocol::s_dwBuffer;
+    transport->SetOption(OPT_SEND_BUFFER, &buffer);
     m_Silence.Watch(
         m_dwSeconds, [this] { End("is silent, given up"); }, [] {});
     SendList(m_List.Encode());
