@@ -10,6 +10,25 @@
 
 namespace fs = std::filesystem;
 
+namespace
+{
+
+// "digest size path".
+bool Parse(const std::string& line, CFileEntry& entry)
+{
+    constexpr std::size_t size = CSha256::s_nDigits + 1;
+    const std::size_t path = line.find(' ', size);
+    if (path == std::string::npos || line[size - 1] != ' ')
+        return false;
+    const char* const end = line.data() + path;
+    const auto [stopped, error] = std::from_chars(line.data() + size, end, entry.m_qwSize);
+    entry.m_strSha256 = line.substr(0, CSha256::s_nDigits);
+    entry.m_strPath = line.substr(path + 1);
+    return stopped == end && error == std::errc();
+}
+
+}  // namespace
+
 CFileList::CFileList(const fs::path& root) : m_Base(root)
 {
     if (!fs::is_directory(root)) {
@@ -57,14 +76,9 @@ CFileList CFileList::Decode(const std::string& text)
     CFileList list;
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t end = text.find('\0', at);
-        const std::size_t size = at + CSha256::s_nDigits + 1;
         CFileEntry entry;
-        const std::size_t path = size < end ? text.find(' ', size) : end;
-        if (end == std::string::npos || path >= end || text[size - 1] != ' ' ||
-            std::from_chars(&text[size], &text[path], entry.m_qwSize).ptr != &text[path])
+        if (end == std::string::npos || !Parse(text.substr(at, end - at), entry))
             throw std::runtime_error("the server's list of files makes no sense");
-        entry.m_strSha256 = text.substr(at, CSha256::s_nDigits);
-        entry.m_strPath = text.substr(path + 1, end - path - 1);
         list.m_Files.push_back(entry);
         at = end + 1;
     }
