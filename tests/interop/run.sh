@@ -9,7 +9,7 @@ skip() {
 
 [ "$(id -u)" -eq 0 ] || skip "needs root for network namespaces and TUN devices"
 [ -c /dev/net/tun ] || skip "no /dev/net/tun"
-unshare --net true 2>/dev/null || skip "the machine allows no network namespaces"
+unshare --net --pid --fork --kill-child true 2>/dev/null || skip "the machine allows no network namespaces"
 for tool in ip socat curl tshark nc ping; do
     command -v "$tool" >/dev/null || skip "$tool is missing"
 done
@@ -17,7 +17,7 @@ done
 rm -rf "$3"
 mkdir -p "$3"
 # Whatever the test leaves running ends with it.
-exec unshare --net --pid --fork --kill-child --mount-proc sh -eu -c '
+exec unshare --net --pid --fork --kill-child sh -eu -c '
     ip link set lo up
     bin=$1 work=$2
     . "$3/lib.sh"
