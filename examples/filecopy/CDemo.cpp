@@ -2,6 +2,7 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -12,6 +13,25 @@
 #include "CUdpPorts.h"
 
 namespace fs = std::filesystem;
+
+namespace
+{
+
+// The client's last line: "filecopy: 3 files, 1000 bytes, sha256 equal, 10.0 MB/s".
+void ReadOutcome(const std::string& line, std::uint64_t& bytes, double& rate)
+{
+    std::istringstream words(line);
+    std::string word;
+    std::uint64_t files = 0;
+    std::uint64_t length = 0;
+    double speed = 0;
+    if (words >> word >> files >> word >> length >> word >> word >> word >> speed) {
+        bytes = length;
+        rate = speed;
+    }
+}
+
+}  // namespace
 
 CDemo::CDemo(std::string program) : m_strProgram(std::move(program))
 {
@@ -29,7 +49,7 @@ CDemo::~CDemo()
 
 fs::path CDemo::MakeFiles(const std::vector<fs::path>& directories, std::uint64_t bytes) const
 {
-    const fs::path all = m_Folder / "from";
+    fs::path all = m_Folder / "from";
     std::uint64_t made = 0;
     for (int copy = 1; made < bytes; ++copy) {
         const std::uint64_t before = made;
@@ -63,7 +83,7 @@ bool CDemo::Copy(const fs::path& source, std::uint64_t corruptAt) const
     std::uint64_t bytes = 0;
     double rate = -1;
     while (client.ReadLine(line))
-        std::sscanf(line.c_str(), "filecopy: %*u files, %" SCNu64 " bytes, sha256 %*[a-z], %lf MB/s", &bytes, &rate);
+        ReadOutcome(line, bytes, rate);
     const int status = client.Wait();
     if (status < 0 || status > 1 || rate < 0)
         throw std::runtime_error("the files have not been fetched");

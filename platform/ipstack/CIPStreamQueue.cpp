@@ -47,7 +47,7 @@ bool CIPStreamQueue::Append(pbuf* packet)
 void CIPStreamQueue::Link(pbuf* buffer) noexcept
 {
     buffer->next = nullptr;
-    (m_pFirst ? m_pLast->next : m_pFirst) = buffer;
+    (m_pLast ? m_pLast->next : m_pFirst) = buffer;
     m_pLast = buffer;
     m_wTailRoom = 0;
 }

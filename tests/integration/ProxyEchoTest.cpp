@@ -1,6 +1,8 @@
 // Connections that the main thread owns: echo, order, back-pressure, questions.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <random>
 #include <thread>
 
@@ -166,7 +168,7 @@ TEST_F(ProxyEchoTest, BufferWrittenAgainBehindTheSend_FirstContentArrives)
     mantle::CMNEventThread written(1, 0);
     m_Network.Post([&] { written.Wait(); });
     EXPECT_EQ(MN_OK, m_pClient->GetTransport()->SendData(block, nullptr));
-    std::memcpy(buffer, "behind", 6);
+    std::copy_n("behind", sizeof buffer, buffer);
     written.Signal();
     ASSERT_TRUE(m_User.RunUntil([&] { return m_pServer->GetPeer().m_qwReceived == 6; }));
     EXPECT_EQ("before", m_pServer->GetPeer().m_strReceived);

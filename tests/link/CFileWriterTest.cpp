@@ -88,7 +88,7 @@ TEST_F(CFileWriterTest, WhatTheReaderReads_TakenInPieces_IsTheSame)
     const fs::path into = m_Folder / "into";
     fs::create_directories(from / "folder");
     std::ofstream(from / "a") << "first";
-    std::ofstream(from / "b");
+    std::ofstream(from / "b").flush();
     std::ofstream(from / "folder/c") << std::string(1000, 'c') << '\0';
     fs::create_symlink("a", from / "link");
     const CFileList list(from);

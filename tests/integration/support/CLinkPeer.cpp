@@ -12,8 +12,6 @@
 
 #include "connhub/connhub.h"
 
-extern char** environ;
-
 using namespace uxport;
 
 namespace
