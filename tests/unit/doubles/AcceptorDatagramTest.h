@@ -55,7 +55,8 @@ protected:
     {
         if (auto* udp = dynamic_cast<uxport::CPSAcceptorUdp*>(m_pAcceptor.Get()))
             return udp->RemoveTransport(peer, nullptr);
-        return dynamic_cast<uxport::CPSAcceptorRaw&>(*m_pAcceptor).RemoveTransport(peer, nullptr);
+        auto* raw = dynamic_cast<uxport::CPSAcceptorRaw*>(m_pAcceptor.Get());
+        return raw ? raw->RemoveTransport(peer, nullptr) : uxport::MN_ERROR_UNEXPECTED;
     }
 
     uxport::MNResult Start() { return m_pAcceptor->StartListen(&m_Sink, m_Local, s_wNumber1, s_wNumber2); }
