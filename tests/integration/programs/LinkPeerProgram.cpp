@@ -4,6 +4,7 @@
 //     uxport_link_peer OWN_ADDRESS LOCAL_PORT REMOTE_PORT
 #include <cstdio>
 #include <cstdlib>
+#include <set>
 
 #include <ipstack/ipstack.h>
 #include <mantle/mantle.h>
@@ -16,11 +17,18 @@ namespace
 
 constexpr unsigned short ECHO_PORT = 7;
 
-// One connection; sends back what arrives and deletes itself at the end. Thread: the network thread.
+// One connection; sends back what arrives and deletes itself at the end. Those that are open when the process ends stay
+// in the list of all. Thread: the network thread.
 class CEcho : public IPSTransportSink
 {
 public:
-    explicit CEcho(IPSTransport* transport) : m_pTransport(transport) { transport->OpenWithSink(this); }
+    using CAll = std::set<CEcho*>;
+
+    CEcho(IPSTransport* transport, CAll& all) : m_pTransport(transport), m_All(all)
+    {
+        m_All.insert(this);
+        transport->OpenWithSink(this);
+    }
 
     MNResult OnReceive(CMNMessageBlock& data, IPSTransport*, CPSTransportParameter*) override
     {
@@ -44,12 +52,14 @@ public:
     {
         if (m_pPending)
             m_pPending->DestroyChained();
+        m_All.erase(this);
         delete this;
         return MN_OK;
     }
 
 private:
     mantle::CMNAutoPtr<IPSTransport> m_pTransport;
+    CAll& m_All;
     CMNMessageBlock* m_pPending = nullptr;
 };
 
@@ -59,11 +69,12 @@ public:
     MNResult OnConnectIndication(long result, IPSTransport* transport, IPSAcceptorConnectorId*) override
     {
         if (result == 0)
-            new CEcho(transport);
+            new CEcho(transport, m_Echoes);
         return MN_OK;
     }
 
     mantle::CMNAutoPtr<IPSAcceptor> m_pAcceptor;
+    CEcho::CAll m_Echoes;
 };
 
 class CStart : public IMNEvent
