@@ -17,6 +17,7 @@
 #include "mantle/CMNThreadManager.h"
 #include "mantle/CMNTimeValue.h"
 #include "tests/unit/doubles/CChildProcess.h"
+#include "tests/unit/doubles/CSilentSink.h"
 #include "tests/unit/doubles/ScriptedNetwork.h"
 #include "tests/unit/scripted/CScriptedStack.h"
 #include "tests/unit/scripted/CTestEvent.h"
@@ -41,21 +42,6 @@ IPSReactor* Reactor()
 {
     return IPSConnectionManager::Instance()->GetReactor();
 }
-
-class CSilentSink : public IPSTransportSink
-{
-public:
-    MNResult OnReceive(CMNMessageBlock&, IPSTransport*, CPSTransportParameter*) override
-    {
-        if (m_AtReceive)
-            m_AtReceive();
-        return MN_OK;
-    }
-    MNResult OnSend(IPSTransport*, CPSTransportParameter*) override { return MN_OK; }
-    MNResult OnDisconnect(long, IPSTransport*) override { return MN_OK; }
-
-    std::function<void()> m_AtReceive;
-};
 
 // Keeps every second connection and opens all of them.
 class CKeepingSink : public IPSAcceptorConnectorSink

@@ -15,6 +15,8 @@
 #include "mantle/CMNThreadUser.h"
 #include "mantle/CMNTimeValue.h"
 #include "tests/unit/doubles/CChildProcess.h"
+#include "tests/unit/doubles/CSilentSink.h"
+#include "tests/unit/doubles/ScriptedNetwork.h"
 #include "tests/unit/scripted/CScriptedStack.h"
 #include "tests/unit/scripted/CTestEvent.h"
 #include "uxport/IPSAcceptor.h"
@@ -32,21 +34,6 @@ namespace
 constexpr int LISTENER = 7;
 constexpr int FIRST_ACCEPTED = 20;
 constexpr int CONNECTIONS = 4;
-
-class CSilentSink : public IPSTransportSink
-{
-public:
-    MNResult OnReceive(CMNMessageBlock&, IPSTransport*, CPSTransportParameter*) override
-    {
-        if (m_AtReceive)
-            m_AtReceive();
-        return MN_OK;
-    }
-    MNResult OnSend(IPSTransport*, CPSTransportParameter*) override { return MN_OK; }
-    MNResult OnDisconnect(long, IPSTransport*) override { return MN_OK; }
-
-    std::function<void()> m_AtReceive;
-};
 
 // Keeps every connection.
 class CKeepingSink : public IPSAcceptorConnectorSink
@@ -87,19 +74,14 @@ CApplication& Application()
 // Behind everything that has been posted to the network thread so far.
 void WaitForTheNetwork()
 {
-    ASSERT_EQ(IPSConnectionManager::Instance()->GetReactor()->SendEvent(new CTestCall([] {})), MN_OK);
+    OnScriptedNetwork([] {});
 }
 
 void StartNetwork()
 {
-    CScriptedStack& stack = CScriptedStack::Instance();
-    stack.Reset();
-    stack.EnablePipes();
-    stack.SetNextHandle(1001);
+    StartScriptedNetwork(LISTENER);
     Application().m_pMain = mantle::CMNThreadUser::AdoptCurrentThread();
     ASSERT_NE(Application().m_pMain, nullptr);
-    ASSERT_EQ(IPSConnectionManager::Instance()->Init(1), MN_OK);
-    stack.SetNextHandle(LISTENER);
 }
 
 void Make()
