@@ -122,12 +122,13 @@ public:
             return m_pUser->Stop();
         }
         m_pTransport = transport;
+        transport->OpenWithSink(this);
         if (m_Settings.m_dwBuffer != 0) {
+            // Opening sets both to 65535.
             unsigned long buffer = m_Settings.m_dwBuffer;
             transport->SetOption(OPT_SEND_BUFFER, &buffer);
             transport->SetOption(OPT_RECEIVE_BUFFER, &buffer);
         }
-        transport->OpenWithSink(this);
         if (id->IsConnector()) {
             m_bClient = true;
             m_tBegin = m_tSent = CClock::now();

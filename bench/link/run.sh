@@ -7,10 +7,17 @@ set -eu
 programs=$1
 seconds=${2:-4}
 
-ours=$("$programs/link_bench" --only bulk --seconds "$seconds")
+# The second argument: the socket's buffers, by themselves or as the file copying demo sets them.
+bulk() { "$programs/link_bench" --only bulk --seconds "$seconds" --owner "$1" --buffer "$2"; }
+set=262144
+ours=$(bulk network 0)
 echo "link, ends of the network threads: $ours"
-users=$("$programs/link_bench" --only bulk --seconds "$seconds" --owner user)
+users=$(bulk user 0)
 echo "link, ends of user threads: $users"
+ours_set=$(bulk network $set)
+echo "link, ends of the network threads, buffers of $set: $ours_set"
+users_set=$(bulk user $set)
+echo "link, ends of user threads, buffers of $set: $users_set"
 echo "link, ends of user threads: $("$programs/link_bench" --only trip --seconds "$seconds" --owner user)"
 
 if [ "$(id -u)" -ne 0 ]; then
@@ -69,6 +76,9 @@ until tunnel=$(ip netns exec "$right" iperf3 -c 10.78.0.1 -f m -t "$seconds" 2>/
     sleep 0.2
 done
 echo "tunnel: one connection: $tunnel Mbit/s"
-printf '%s\n%s\n' "$ours" "$users" | awk -v tunnel="$tunnel" '
+printf '%s\n' "$ours" "$users" "$ours_set" "$users_set" | awk -v tunnel="$tunnel" -v set=$set '
     { times[NR] = $3 / tunnel }
-    END { printf "link to tunnel: %.1f times by network threads, %.1f by user threads\n", times[1], times[2] }'
+    END {
+        printf "link to tunnel: %.1f times by network threads, %.1f by user threads\n", times[1], times[2]
+        printf "link to tunnel, buffers of %d: %.1f times by network threads, %.1f by user threads\n", set, times[3], times[4]
+    }'

@@ -16,7 +16,9 @@ public:
     static constexpr std::size_t s_nLengthSize = 8;  // most significant byte first
     static constexpr std::size_t s_nMaxList = 64 * 1024 * 1024;
     static constexpr std::size_t s_nSendSize = 64 * 1024;
-    static constexpr unsigned long s_dwBuffer = 512 * 1024;  // of the socket that sends, or receives, much
+    // Of the socket that sends, or receives, much. A window of more would not fit into what Linux lets the UDP socket
+    // below hold unless it is told to (net.core.rmem_max).
+    static constexpr unsigned long s_dwBuffer = 256 * 1024;
     static constexpr std::uint64_t s_qwStep = 256 * 1024;
     static constexpr std::uint64_t s_qwWindow = 16 * s_qwStep;
 

@@ -5,6 +5,7 @@
 
 #include "CMNHub.h"
 #include "connhub/IMNUDPTransportSink.h"
+#include "mantle/CMNBurst.h"
 #include "mantle/CMNMessageBlock.h"
 
 namespace connhub
@@ -19,6 +20,9 @@ using CGuard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
 
 // Calls in a row before other channels have their turn.
 constexpr int s_nReceiveRounds = 8;
+
+// Datagrams after which a burst ends, or a piece later.
+constexpr std::size_t s_nBurst = 32;
 
 }  // namespace
 
@@ -138,29 +142,11 @@ void CMNUDPChannel::OnReady(int status)
 void CMNUDPChannel::ReceiveOnLoop()
 {
     CMNReceiveRoom& room = m_pHub->GetRoom();
-    const auto isOpen = [this] {
-        CGuard guard(m_Mutex);
-        return m_eState == EState::OPEN;
-    };
     for (int round = 0; round < s_nReceiveRounds && m_Socket.Receive(room, m_Counts); ++round) {
-        for (std::size_t index = 0; index < room.GetCount(); ++index) {
-            const CMNReceiveRoom::CPiece piece = room.GetPiece(index);
-            if (!piece.m_bWhole) {
-                CMNUDPCounts::Add(m_Counts.m_qwFailed);
-                continue;
+        for (std::size_t index = 0; index < room.GetCount();) {
+            if (!DeliverBurst(room, index)) {
+                return;
             }
-            if (piece.m_nBytes > piece.m_nEach) {
-                CMNUDPCounts::Add(m_Counts.m_qwMergedReceives);
-            }
-            std::size_t at = 0;
-            do {
-                const std::size_t length = std::min(piece.m_nEach, piece.m_nBytes - at);
-                Deliver(piece.m_pData + at, length, piece.m_From);
-                at += length;
-                if (!isOpen()) {
-                    return;
-                }
-            } while (at < piece.m_nBytes);
             m_pHub->FlushNow();
         }
         if (!room.IsFull()) {
@@ -169,29 +155,70 @@ void CMNUDPChannel::ReceiveOnLoop()
     }
 }
 
-void CMNUDPChannel::Deliver(const char* data, std::size_t length, const CMNInetAddr& from)
+// Hands over what begins at the piece `index`, and moves that on. Returns: false when the channel has been closed.
+bool CMNUDPChannel::DeliverBurst(const CMNReceiveRoom& room, std::size_t& index)
+{
+    mantle::CMNBurst burst;
+    for (std::size_t count = 0; count < s_nBurst && index < room.GetCount(); ++index) {
+        const CMNReceiveRoom::CPiece piece = room.GetPiece(index);
+        if (!piece.m_bWhole) {
+            CMNUDPCounts::Add(m_Counts.m_qwFailed);
+            continue;
+        }
+        if (piece.m_nBytes > piece.m_nEach) {
+            CMNUDPCounts::Add(m_Counts.m_qwMergedReceives);
+        }
+        std::size_t at = 0;
+        do {
+            const std::size_t length = std::min(piece.m_nEach, piece.m_nBytes - at);
+            if (!Deliver(piece.m_pData + at, length, piece.m_From)) {
+                return false;
+            }
+            at += length;
+            ++count;
+        } while (at < piece.m_nBytes);
+    }
+    return true;
+}
+
+// Returns: false when the channel has been closed.
+bool CMNUDPChannel::Deliver(const char* data, std::size_t length, const CMNInetAddr& from)
 {
     CMNUDPCounts::Add(m_Counts.m_qwReceived);
     CMNUDPCounts::Add(m_Counts.m_qwReceivedBytes, length);
     mantle::CMNMessageBlock block(length, data, mantle::CMNMessageBlock::DONT_DELETE, length);
     m_Sink.OnReceive(block, from);
+    CGuard guard(m_Mutex);
+    return m_eState == EState::OPEN;
 }
 
-void CMNUDPChannel::Detach()
+// Ends it for callbacks and sends, and waits for those under way: the loop's as well when `forLoop`. Returns: whether it
+// was open.
+bool CMNUDPChannel::Close(bool forLoop)
 {
-    const bool onLoop = m_pHub->IsCurrent();
     bool open = false;
     bool busy = false;
+    bool sending = false;
     {
         CGuard guard(m_Mutex);
         open = m_eState == EState::OPEN;
-        busy = m_dwBusy != 0 && !onLoop;
+        busy = m_dwBusy != 0 && forLoop;
+        sending = m_bSending;
         m_eState = EState::CLOSED;
     }
     if (busy) {
         m_NotBusy.Wait();
     }
-    if (!open) {
+    if (sending) {
+        m_NotSending.Wait();
+    }
+    return open;
+}
+
+void CMNUDPChannel::Detach()
+{
+    const bool onLoop = m_pHub->IsCurrent();
+    if (!Close(!onLoop)) {
         return;
     }
     {
@@ -224,12 +251,11 @@ void CMNUDPChannel::CloseOnLoop()
 
 void CMNUDPChannel::End()
 {
-    {
+    if (Close(false)) {
         CGuard guard(m_Mutex);
-        if (m_eState == EState::OPEN && m_Socket.IsOpen()) {
+        if (m_Socket.IsOpen()) {
             SendLast();
         }
-        m_eState = EState::CLOSED;
     }
     CloseOnLoop();
 }

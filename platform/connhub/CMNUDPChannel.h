@@ -22,8 +22,9 @@ class IMNUDPTransportSink;
 //
 // Sending. Whoever finds the way free sends: a datagram that comes alone leaves at once, in its caller's thread; one
 // that follows another closely joins the queue, which the loop sends in few calls, or the caller itself once there is a
-// full segmented send in it. On the background thread everything is queued and leaves when the loop has handled the
-// piece that was received. Only one thread sends at a time and nobody waits for it: the others queue.
+// full segmented send in it. The datagrams of a burst (mantle/CMNBurst.h) queue, and the caller sends them at its end.
+// On the background thread everything is queued and leaves when the loop has handled what one receive brought. Only one
+// thread sends at a time and nobody waits for it but the last release: the others queue.
 //
 // Receiving. While the loop works for the channel it is busy; Detach waits for that, and frees the address at once,
 // while the loop's own bookkeeping for the descriptor goes on under the same number until the loop gets to it. For that
@@ -47,6 +48,9 @@ public:
     // Ends it: the last release. From its return on no callback runs or starts, unless it is made inside one.
     void Detach();
 
+    // What its thread has queued in a burst. Thread: any.
+    void FlushOfBurst();
+
     // Of the loop. Thread: the background thread.
     void StartOnLoop();
     void FlushOnLoop();
@@ -69,11 +73,14 @@ private:
     bool Enter();
     void Leave();
     void ReceiveOnLoop();
-    void Deliver(const char* data, std::size_t length, const mantle::CMNInetAddr& from);
+    bool DeliverBurst(const CMNReceiveRoom& room, std::size_t& index);
+    bool Deliver(const char* data, std::size_t length, const mantle::CMNInetAddr& from);
     bool IsIdle() const MN_REQUIRES(m_Mutex);
     std::size_t GetQueuedBytes() const MN_REQUIRES(m_Mutex);
     mantle::MNResult SendAlone(const char* data, unsigned long length, const mantle::CMNInetAddr& to);
     bool SendQueue();
+    void EndSend() MN_REQUIRES(m_Mutex);
+    bool Close(bool forLoop);
     void SendLast() MN_REQUIRES(m_Mutex);
 
     const std::shared_ptr<CMNHub> m_pHub;
@@ -88,11 +95,12 @@ private:
 
     mantle::CMNMutexThread m_Mutex;
     mantle::CMNEventThread m_NotBusy{1, 0};
+    mantle::CMNEventThread m_NotSending{1, 0};
     EState m_eState MN_GUARDED_BY(m_Mutex) = EState::MADE;
     unsigned int m_dwBusy MN_GUARDED_BY(m_Mutex) = 0;   // the loop works for this channel, so many calls deep
     bool m_bSending MN_GUARDED_BY(m_Mutex) = false;     // a thread is in a send; m_Sending is its
     bool m_bFull MN_GUARDED_BY(m_Mutex) = false;        // the loop tries again in a moment
-    bool m_bFlushAsked MN_GUARDED_BY(m_Mutex) = false;  // of the loop
+    bool m_bFlushAsked MN_GUARDED_BY(m_Mutex) = false;  // of the loop, or of who is in a burst
     std::size_t m_nLimit MN_GUARDED_BY(m_Mutex) = IMNUDPTransport::s_dwQueueLimit;
     std::size_t m_nInSending MN_GUARDED_BY(m_Mutex) = 0;  // bytes in m_Sending when the send began
     std::size_t m_nCountInSending MN_GUARDED_BY(m_Mutex) = 0;

@@ -1,6 +1,11 @@
 // The channel's sending.
+#include <algorithm>
+#include <utility>
+#include <vector>
+
 #include "CMNHub.h"
 #include "CMNUDPChannel.h"
+#include "mantle/CMNBurst.h"
 
 namespace connhub
 {
@@ -21,6 +26,23 @@ constexpr std::size_t s_nFullSend = 60000;
 // Calls in a row before other channels have their turn.
 constexpr int s_nSendRounds = 8;
 
+// The channels in which the thread has queued in a burst.
+thread_local std::vector<std::shared_ptr<CMNUDPChannel>> t_Channels;
+
+thread_local mantle::CMNBurstWork t_Work([]() noexcept {
+    for (const auto& channel : t_Channels) {
+        channel->FlushOfBurst();
+    }
+    t_Channels.clear();
+});
+
+// State: the calling thread is inside a burst.
+void SendAtBurstEnd(std::shared_ptr<CMNUDPChannel> channel)
+{
+    t_Channels.push_back(std::move(channel));
+    mantle::CMNBurst::PutOff(t_Work);
+}
+
 }  // namespace
 
 bool CMNUDPChannel::IsIdle() const
@@ -39,7 +61,8 @@ MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMN
         return mantle::MN_ERROR_INVALID_ARG;
     }
     const bool onLoop = m_pHub->IsCurrent();
-    const std::uint64_t now = uv_hrtime();
+    const bool burst = !onLoop && mantle::CMNBurst::IsOpen();
+    const std::uint64_t now = onLoop || burst ? 0 : uv_hrtime();
     bool alone = false;
     bool sendQueue = false;
     bool ask = false;
@@ -51,7 +74,7 @@ MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMN
         if (to.GetType() != m_Socket.GetFamily()) {
             return mantle::MN_ERROR_INVALID_ARG;
         }
-        if (!onLoop && IsIdle() && now - m_qwLastSend > s_qwBurstNs) {
+        if (!onLoop && !burst && IsIdle() && now - m_qwLastSend > s_qwBurstNs) {
             alone = m_bSending = true;
         } else {
             const std::size_t queued = GetQueuedBytes();
@@ -60,7 +83,7 @@ MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMN
                 return mantle::MN_ERROR_FAILURE;
             }
             m_Waiting.Add(data, length, to);
-            m_qwLastSend = now;
+            m_qwLastSend = std::max(m_qwLastSend, now);
             if (!m_bSending && !m_bFull) {
                 sendQueue = queued + length >= s_nFullSend;
                 ask = !sendQueue && !m_bFlushAsked;
@@ -77,6 +100,8 @@ MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMN
     }
     if (ask && onLoop) {
         m_pHub->FlushSoon(shared_from_this());
+    } else if (ask && burst) {
+        SendAtBurstEnd(shared_from_this());
     } else if (ask) {
         m_pHub->AskFlush(shared_from_this());
     }
@@ -91,8 +116,7 @@ MNResult CMNUDPChannel::SendAlone(const char* data, unsigned long length, const 
     bool dropped = false;
     {
         CGuard guard(m_Mutex);
-        m_bSending = false;
-        m_qwLastSend = uv_hrtime();
+        EndSend();
         if (full && length > m_nLimit) {
             CMNUDPCounts::Add(m_Counts.m_qwDropped);
             dropped = true;
@@ -125,13 +149,37 @@ bool CMNUDPChannel::SendQueue()
     }
     m_Socket.Send(m_Sending, m_Counts);
     CGuard guard(m_Mutex);
-    m_bSending = false;
+    EndSend();
     m_nInSending = m_Sending.GetBytes();
     m_nCountInSending = m_Sending.GetCount();
-    m_qwLastSend = uv_hrtime();
     const bool ask = (!m_Waiting.IsEmpty() || m_nCountInSending != 0) && !m_bFlushAsked;
     m_bFlushAsked = m_bFlushAsked || ask;
     return ask;
+}
+
+// Close waits for it. State: this thread has set m_bSending.
+void CMNUDPChannel::EndSend()
+{
+    m_bSending = false;
+    m_qwLastSend = uv_hrtime();
+    if (m_eState == EState::CLOSED) {
+        m_NotSending.Signal();
+    }
+}
+
+void CMNUDPChannel::FlushOfBurst()
+{
+    {
+        CGuard guard(m_Mutex);
+        m_bFlushAsked = false;
+        if (m_eState != EState::OPEN || m_bSending || m_bFull || m_Waiting.IsEmpty()) {
+            return;
+        }
+        m_bSending = true;
+    }
+    if (SendQueue()) {
+        m_pHub->AskFlush(shared_from_this());
+    }
 }
 
 void CMNUDPChannel::FlushOnLoop()

@@ -6,6 +6,7 @@
 #include "CIPAssertion.h"
 #include "CIPCounters.h"
 #include "CIPDemux.h"
+#include "CIPInputBatch.h"
 #include "CIPLink.h"
 #include "CIPStackThread.h"
 #include "CIPTcpEnd.h"
@@ -188,6 +189,9 @@ void CIPCore::Lock()
         m_dwWaiting.fetch_sub(1, std::memory_order_relaxed);
     }
     t_bHeld = true;
+    if (!CIPInputBatch::IsEmpty()) {
+        CIPInputBatch::TakeIn();
+    }
 }
 
 void CIPCore::Unlock()

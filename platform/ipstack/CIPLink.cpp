@@ -1,16 +1,19 @@
 #include "CIPLink.h"
 
 #include <cstring>
+#include <optional>
 #include <thread>
 
 #include "CIPAddress.h"
 #include "CIPCore.h"
 #include "CIPDemux.h"
+#include "CIPInputBatch.h"
 #include "CIPLinkTable.h"
 #include "CIPPacketFilter.h"
 #include "CIPTcpEnd.h"
 #include "lwip/pbuf.h"
 #include "lwip/priv/tcp_priv.h"
+#include "mantle/CMNBurst.h"
 #include "mantle/MNDefines.h"
 
 namespace ipstack
@@ -177,21 +180,49 @@ void CIPLink::WaitUntilIdle() const
 
 unsigned long CIPLink::Input(const char* data, unsigned long length)
 {
+    if (mantle::CMNBurst::IsOpen() && length <= m_wMtu) {
+        if (pbuf* copy = CIPPacketFilter::Copy(data, length)) {
+            CIPInputBatch::Add(*this, copy);
+            return mantle::MN_OK;
+        }
+    }
     CIPCoreGuard guard;
-    if (!m_bOpen) {
-        CIPCounters::Add(CIPCounters::LinkIn);
-        CIPCounters::Add(CIPCounters::FilterLinkClosing);
+    if (IsClosed()) {
         return mantle::MN_ERROR_NOT_INITIALIZED;
     }
     pbuf* packet = CIPPacketFilter::Admit(&m_Netif, data, length);
     if (!packet) {
         return mantle::MN_ERROR_INVALID_ARG;
     }
+    Deliver(packet);
+    return mantle::MN_OK;
+}
+
+void CIPLink::TakeIn(pbuf* packet) noexcept
+{
+    if (IsClosed()) {
+        pbuf_free(packet);
+    } else if (pbuf* admitted = CIPPacketFilter::Admit(&m_Netif, packet)) {
+        Deliver(admitted);
+    }
+}
+
+// Counts what comes too late.
+bool CIPLink::IsClosed() const noexcept
+{
+    if (!m_bOpen) {
+        CIPCounters::Add(CIPCounters::LinkIn);
+        CIPCounters::Add(CIPCounters::FilterLinkClosing);
+    }
+    return !m_bOpen;
+}
+
+void CIPLink::Deliver(pbuf* packet) noexcept
+{
     if (CIPCore::IsFragment(packet)) {
         CIPCore::Instance().NoteFragment();
     }
     CIPDemux::Input(packet, &m_Netif);
-    return mantle::MN_OK;
 }
 
 void CIPLink::SendQueued()
@@ -204,34 +235,51 @@ void CIPLink::SendQueued()
         }
         m_bSending = true;
     }
-    for (unsigned int count = 0;; ++count) {
+    unsigned int count = 0;
+    bool more = true;
+    bool mine = true;
+    while (mine) {
+        count += SendSome(CIPCore::s_dwDrainLimit - count);
+        Guard guard(m_Mutex);
+        more = m_pFirst != nullptr;
+        mine = m_bSending = more && count < CIPCore::s_dwDrainLimit;
+    }
+    if (more) {
+        // Others keep the queue filled: this call has done its share. Still counted as inside.
+        CIPCore::Instance().LeaveOutput(this);
+    } else {
+        m_dwInside.fetch_sub(1);
+    }
+}
+
+// Sends what waits, `most` packets at most, more than one as a burst: what the low level puts off is done before this
+// returns, when no other thread may send yet. Returns: how many.
+unsigned int CIPLink::SendSome(unsigned int most)
+{
+    std::optional<mantle::CMNBurst> burst;
+    unsigned int count = 0;
+    while (count < most) {
         pbuf* packet;
         {
             Guard guard(m_Mutex);
             packet = m_pFirst;
             if (!packet) {
-                m_bSending = false;
                 break;
             }
             m_pFirst = packet->next;
             --m_dwQueued;
         }
+        if (packet->next && !burst) {
+            burst.emplace();
+        }
         packet->next = nullptr;
+        ++count;
         CIPCounters::Add(CIPCounters::LinkOut);
         CIPCounters::Add(CIPCounters::LinkOutBytes, packet->len);
         m_LowLevel.IPStackLowLevelOutput(static_cast<const char*>(packet->payload), packet->len, 0);
         pbuf_free(packet);
-        if (count + 1 == CIPCore::s_dwDrainLimit) {
-            // Others keep the queue filled: this call has done its share. Still counted as inside.
-            {
-                Guard guard(m_Mutex);
-                m_bSending = false;
-            }
-            CIPCore::Instance().LeaveOutput(this);
-            return;
-        }
     }
-    m_dwInside.fetch_sub(1);
+    return count;
 }
 
 err_t CIPLink::OnInit(netif* link)

@@ -42,6 +42,9 @@ public:
 
     unsigned long Input(const char* data, unsigned long length) override;
 
+    // Takes in a copy that CIPPacketFilter made. State: the core lock is held.
+    void TakeIn(pbuf* packet) noexcept;
+
     // Sends what waits. Thread: any, the core lock not held; pairs with CIPCore::AddOutput.
     void SendQueued();
 
@@ -52,6 +55,9 @@ private:
     static err_t OnOutput4(netif* link, pbuf* packet, const ip4_addr_t* destination);
     static err_t OnOutput6(netif* link, pbuf* packet, const ip6_addr_t* destination);
     err_t Enqueue(pbuf* packet);
+    unsigned int SendSome(unsigned int most);
+    bool IsClosed() const noexcept;
+    void Deliver(pbuf* packet) noexcept;
     void AbortConnections();
 
     IIPStackLowLevel& m_LowLevel;

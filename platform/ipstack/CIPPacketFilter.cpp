@@ -250,6 +250,19 @@ EVerdict Check6(const std::uint8_t* data, std::size_t length, const CIPLinkFacts
     return addresses != Accepted ? addresses : CheckExtensions6(data, end);
 }
 
+// Counts a packet that came in, and the reason when it may not pass.
+bool Examine(netif* link, const void* data, std::size_t length) noexcept
+{
+    CIPCounters::AddLocked(CIPCounters::LinkIn);
+    CIPCounters::AddLocked(CIPCounters::LinkInBytes, length);
+    const EVerdict verdict =
+        CIPPacketFilter::Check(static_cast<const std::uint8_t*>(data), length, CIPLinkTable::GetFacts(link));
+    if (verdict != Accepted) {
+        CIPCounters::Add(verdict);
+    }
+    return verdict == Accepted;
+}
+
 }  // namespace
 
 bool CIPOwnAddresses::Has4(std::uint32_t address) const noexcept
@@ -299,16 +312,21 @@ pbuf* CIPPacketFilter::Copy(const void* data, std::size_t length) noexcept
 
 pbuf* CIPPacketFilter::Admit(netif* link, const void* data, std::size_t length) noexcept
 {
-    CIPCounters::AddLocked(CIPCounters::LinkIn);
-    CIPCounters::AddLocked(CIPCounters::LinkInBytes, length);
-    const CIPCounters::EId verdict =
-        Check(static_cast<const std::uint8_t*>(data), length, CIPLinkTable::GetFacts(link));
-    if (verdict != Accepted) {
-        CIPCounters::Add(verdict);
+    if (!Examine(link, data, length)) {
         return nullptr;
     }
     pbuf* packet = Copy(data, length);
     CIPCounters::Add(packet == nullptr ? CIPCounters::FilterNoMemory : CIPCounters::LinkDelivered);
+    return packet;
+}
+
+pbuf* CIPPacketFilter::Admit(netif* link, pbuf* packet) noexcept
+{
+    if (!Examine(link, packet->payload, packet->len)) {
+        pbuf_free(packet);
+        return nullptr;
+    }
+    CIPCounters::Add(CIPCounters::LinkDelivered);
     return packet;
 }
 

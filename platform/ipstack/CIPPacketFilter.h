@@ -59,8 +59,11 @@ public:
     // lock is held. Returns: the packet, for CIPDemux::Input; null when it was dropped and counted.
     static pbuf* Admit(netif* link, const void* data, std::size_t length) noexcept;
 
-    // A flat copy with spare bytes behind its end, for parsers that look a byte too far. State: the core lock is
-    // held. Returns: null when there is no memory.
+    // The same for what Copy has copied already: it is freed when it is dropped.
+    static pbuf* Admit(netif* link, pbuf* packet) noexcept;
+
+    // A flat copy with spare bytes behind its end, for parsers that look a byte too far. Thread: any. Returns: null
+    // when there is no memory.
     static pbuf* Copy(const void* data, std::size_t length) noexcept;
 };
 

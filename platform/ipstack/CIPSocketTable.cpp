@@ -1,5 +1,6 @@
 #include "CIPSocketTable.h"
 
+#include "CIPInputBatch.h"
 #include "CIPReadiness.h"
 #include "CIPSocket.h"
 
@@ -69,6 +70,7 @@ bool CIPSocketTable::Close(int handle)
 
 CIPSocket* CIPSocketTable::Enter(int handle) noexcept
 {
+    CIPInputBatch::Settle();
     if (static_cast<unsigned int>(handle) >= s_dwLimit.load(std::memory_order_acquire)) {
         return nullptr;
     }

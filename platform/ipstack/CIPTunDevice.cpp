@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "CIPCounters.h"
+#include "mantle/CMNBurst.h"
 #include "mantle/CMNThread.h"
 #include "mantle/MNDefines.h"
 
@@ -145,6 +146,7 @@ private:
 
         void ReadSome()
         {
+            mantle::CMNBurst burst;
             for (int count = 0; count < s_nAtOnce; ++count) {
                 const ssize_t length = ::read(m_nHandle, m_Packet.data(), m_Packet.size());
                 if (length < 0) {

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "CIPError.h"
+#include "CIPInputBatch.h"
 #include "CIPReadiness.h"
 #include "CIPWaiting.h"
 #include "ipstack/ps_socket.h"
@@ -94,6 +95,7 @@ int ps_poll(ps_pollfd* entries, unsigned int count, int timeout)
     if (!entries && count != 0) {
         return CIPError::Fail(PS_EINVAL);
     }
+    CIPInputBatch::Settle();
     const int ready = LookAtEntries(entries, count);
     if (ready != 0 || timeout == 0) {
         return ready;
@@ -116,6 +118,7 @@ int ps_select(int, const ps_fdsets* in, ps_fdsets* out, const ps_timeval* timeou
     if (!out) {
         return CIPError::Fail(PS_EINVAL);
     }
+    CIPInputBatch::Settle();
     const long long msec = TimeOutMs(timeout);
     if (msec != 0) {
         CIPWaiting::Until(

@@ -47,7 +47,8 @@ public:
     // not one of this machine's (it may then be tried again); 10002 when connhub has ended.
     virtual mantle::MNResult Open(const mantle::CMNInetAddr& local) = 0;
 
-    // Sends one datagram, or queues it. Never waits. Thread: any; the order of one thread's calls is kept.
+    // Sends one datagram, or queues it; those of a burst (mantle/CMNBurst.h) leave at its end, in few system calls.
+    // Never waits. Thread: any; the order of one thread's calls is kept.
     // Owns: `data` is good during the call only. Returns: 0, which does not say that it will arrive; 10008 for null
     // data with a length, more than s_dwMaxDatagram bytes, port 0 or the other family; 10002 when it is not open;
     // 10001 when the queue is full: dropped and counted.

@@ -17,8 +17,9 @@ class CONNHUB_API IMNUDPTransportSink
 {
 public:
     // One datagram; its bytes are the block's readable ones, none for an empty datagram. Thread: connhub's, which all
-    // transports share, so a sink that waits holds all of them up. No lock of connhub is held. Owns: block and address
-    // are good during the call only; a duplicate of the block is a copy. Returns: ignored.
+    // transports share, so a sink that waits holds all of them up. What was received together is a burst
+    // (mantle/CMNBurst.h). No lock of connhub is held. Owns: block and address are good during the call only; a
+    // duplicate of the block is a copy. Returns: ignored.
     // Reenter: any operation of any transport, the last release of this one included.
     virtual unsigned long OnReceive(mantle::CMNMessageBlock& data, const mantle::CMNInetAddr& from) = 0;
 

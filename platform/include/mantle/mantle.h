@@ -3,6 +3,7 @@
 #define MANTLE_MANTLE_H
 
 #include "mantle/CMNAtomic.h"
+#include "mantle/CMNBurst.h"
 #include "mantle/CMNClock.h"
 #include "mantle/CMNEnsureSingleThread.h"
 #include "mantle/CMNEventThread.h"

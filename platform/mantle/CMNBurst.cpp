@@ -1,0 +1,45 @@
+#include "mantle/CMNBurst.h"
+
+#include "CMNThreadLocal.h"
+
+namespace mantle
+{
+
+CMNBurst::CMNBurst() noexcept
+{
+    ++CMNThreadLocal::Get().m_dwBursts;
+}
+
+CMNBurst::~CMNBurst()
+{
+    CMNThreadLocal& local = CMNThreadLocal::Get();
+    if (local.m_dwBursts == 1) {
+        while (CMNBurstWork* work = local.m_pFirstWork) {
+            local.m_pFirstWork = work->m_pNext;
+            work->m_pNext = nullptr;
+            work->m_bPutOff = false;
+            work->m_pFunction();
+        }
+    }
+    --local.m_dwBursts;
+}
+
+bool CMNBurst::IsOpen() noexcept
+{
+    return CMNThreadLocal::Get().m_dwBursts != 0;
+}
+
+bool CMNBurst::PutOff(CMNBurstWork& work) noexcept
+{
+    if (work.m_bPutOff)
+        return true;
+    CMNThreadLocal& local = CMNThreadLocal::Get();
+    if (local.m_dwBursts == 0)
+        return false;
+    work.m_bPutOff = true;
+    (local.m_pFirstWork ? local.m_pLastWork->m_pNext : local.m_pFirstWork) = &work;
+    local.m_pLastWork = &work;
+    return true;
+}
+
+}  // namespace mantle
