@@ -95,6 +95,7 @@ bool CIPCore::Start()
             return false;
         }
         lwip_init();
+        tcp_ticks = 1;  // a round trip that began at 0 would not be measured
         m_bStarted.store(true, std::memory_order_release);
     }
     m_pThread->Start();

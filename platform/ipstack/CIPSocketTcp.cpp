@@ -76,6 +76,7 @@ CIPSocketTcp* CIPSocketTcp::MakeAccepted(CIPSocketTcp& listener, CIPTcpEnd& end)
     socket->m_eState = Connected;
     socket->ApplySettings(pcb);
     socket->StartWindow(pcb, true);
+    CIPTcpEnd::StartTimer(pcb);
     Guard guard(socket->m_QueueMutex);
     socket->m_bOpen = true;
     return socket;
@@ -399,6 +400,7 @@ void CIPSocketTcp::OnConnected(tcp_pcb* pcb)
     m_eState = Connected;
     ApplySettings(pcb);
     StartWindow(pcb, false);
+    CIPTcpEnd::StartTimer(pcb);
     UpdateOut(pcb);
 }
 

@@ -20,6 +20,11 @@ constexpr u32_t s_dwOrphanTicks = CIPTcpEnd::s_dwOrphanSeconds * s_dwTicksPerSec
 // Connections in TIME_WAIT over a wire between two links stay this long, for a last segment on its way.
 constexpr u32_t s_dwWireTicks = 2 * s_dwTicksPerSecond;
 
+// What the retransmission timer begins with, at least (RFC 6298, section 2.4); later measurements bring it down to lwIP's
+// own least. The longest round trip that lwIP's fields hold eight times, with room for what follows.
+constexpr u32_t s_dwLeastTimeOut = s_dwTicksPerSecond;
+constexpr u32_t s_dwLongestTrip = 60 * s_dwTicksPerSecond;
+
 // Slow ticks between window probes; the last goes on.
 constexpr u16_t s_ProbeTicks[] = {3, 6, 12, 24, 48, 96, 120};
 
@@ -293,6 +298,20 @@ err_t CIPTcpEnd::OnSent(void* arg, tcp_pcb* pcb, u16_t)
         s_Orphans.Append(*end);
     }
     return ERR_OK;
+}
+
+void CIPTcpEnd::StartTimer(tcp_pcb* pcb) noexcept
+{
+    // RFC 6298, sections 2.2 and 2.4, and Karn's algorithm (section 3). lwIP keeps eight times the smoothed round trip
+    // and four times its variation, which begins with half the round trip.
+    if (pcb->nrtx == 0 && pcb->rttest != 0) {
+        const u32_t trip = LWIP_MIN(tcp_ticks - pcb->rttest, s_dwLongestTrip);
+        const u32_t variation = 2 * trip;
+        pcb->sa = static_cast<s16_t>(8 * trip);
+        pcb->sv = static_cast<s16_t>(trip + variation < s_dwLeastTimeOut ? s_dwLeastTimeOut - trip : variation);
+        pcb->rto = static_cast<s16_t>(trip + static_cast<u32_t>(pcb->sv));
+    }
+    pcb->rttest = 0;
 }
 
 err_t CIPTcpEnd::OnConnected(void* arg, tcp_pcb* pcb, err_t)

@@ -68,6 +68,11 @@ public:
     // the window's rest, so that a small write might arrive in two parts.
     void NoteUnsent();
 
+    // Begins the retransmission timer with the round trip of the handshake, inside the callback that tells of its end.
+    // lwIP would begin with 3 s and take as the first measurement the time until the first data is acknowledged, which
+    // counts the silence before it.
+    static void StartTimer(tcp_pcb* pcb) noexcept;
+
     // Whether both ends are one address of this stack, or loopback: nothing is lost or late between them.
     static bool IsInside(const tcp_pcb* pcb) noexcept;
 

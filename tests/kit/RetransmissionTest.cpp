@@ -1,0 +1,132 @@
+// When what was lost is sent again (RFC 6298).
+#include "KitLink.h"
+#include "mantle/CMNClock.h"
+
+using namespace kit;
+
+namespace
+{
+
+constexpr int s_nLeastMs = 1000;  // of the time-out, as long as nothing but the handshake has been measured
+constexpr int s_nTickMs = 100;    // of the stack's timer
+
+class Retransmission : public testing::Test
+{
+protected:
+    // How long after a send the data arrives, of which the first copy is lost.
+    long long TimeToArrive(CWire& wire, const CSocket& from, const CSocket& to)
+    {
+        const long long start = StackTimeMs();
+        wire.Cut();
+        EXPECT_EQ(100, SendPattern(from.Get(), 0, 100));
+        PassStackTime(1);
+        wire.Mend();
+        EXPECT_TRUE(ReceivePattern(to.Get(), 0, 100));
+        return StackTimeMs() - start;
+    }
+
+    mantle::CMNManualClock m_Clock;
+    const mantle::CMNClockParticipant m_Participant;
+};
+
+}  // namespace
+
+TEST_F(Retransmission, FirstSegmentOfTheClientLost_SentAgain_AfterASecond)
+{
+    CWire wire;
+    const CPair pair = wire.Connect();
+    const long long time = TimeToArrive(wire, pair.m_Client, pair.m_Server);
+    EXPECT_GE(time, s_nLeastMs - s_nTickMs);
+    EXPECT_LE(time, s_nLeastMs + s_nTickMs);
+}
+
+TEST_F(Retransmission, FirstSegmentOfTheServerLost_SentAgain_AfterASecond)
+{
+    CWire wire;
+    const CPair pair = wire.Connect();
+    const long long time = TimeToArrive(wire, pair.m_Server, pair.m_Client);
+    EXPECT_GE(time, s_nLeastMs - s_nTickMs);
+    EXPECT_LE(time, s_nLeastMs + s_nTickMs);
+}
+
+// The silence before the first data was once measured as a round trip: what was lost came again after minutes.
+TEST_F(Retransmission, SilenceAfterTheConnect_SegmentLost_SentAgainAfterASecond)
+{
+    CWire wire;
+    // The stack's timer rests while every connection does.
+    const CPair other = Connected();
+    EXPECT_EQ(0, SetOption(other.m_Client.Get(), PS_SOL_SOCKET, PS_SO_KEEPALIVE, 1));
+    for (const bool client : {true, false}) {
+        const CPair pair = wire.Connect();
+        const CSocket& from = client ? pair.m_Client : pair.m_Server;
+        const CSocket& to = client ? pair.m_Server : pair.m_Client;
+        PassStackTime(60000);
+        EXPECT_EQ(1, SendPattern(from.Get(), 0, 1));
+        EXPECT_TRUE(ReceivePattern(to.Get(), 0, 1));
+        PassStackTime(500);  // acknowledged
+        EXPECT_LE(TimeToArrive(wire, from, to), s_nLeastMs + s_nTickMs) << client;
+    }
+}
+
+TEST_F(Retransmission, ShortRoundTripsMeasured_SegmentLost_SentAgainSooner)
+{
+    CWire wire;
+    const CPair pair = wire.Connect();
+    for (int i = 0; i < 40; ++i) {
+        EXPECT_TRUE(Transfer(pair.m_Client.Get(), pair.m_Server.Get(), 100));
+        PassStackTime(300);
+    }
+    EXPECT_LE(TimeToArrive(wire, pair.m_Client, pair.m_Server), 500);
+}
+
+// The handshake takes as long as the data will: nothing is sent twice.
+TEST_F(Retransmission, LongRoundTrip_NothingLost_NothingSentAgain)
+{
+    ipstack::CIPStackWireSettings settings;
+    settings.m_dwDelayUs = 1200000;
+    CWire wire(settings);
+    const CPair pair = wire.Connect();
+    const CCounters before = Counters();
+    for (const bool back : {false, true}) {
+        const CSocket& from = back ? pair.m_Server : pair.m_Client;
+        const CSocket& to = back ? pair.m_Client : pair.m_Server;
+        EXPECT_EQ(100, SendPattern(from.Get(), 0, 100));
+        EXPECT_TRUE(ReceivePattern(to.Get(), 0, 100));
+        PassStackTime(5000);
+    }
+    EXPECT_EQ(4U, Growth(before, Counters(), "link.out"));  // data and its acknowledgement, each way
+}
+
+TEST_F(Retransmission, RequestOfTheConnectionLost_LaterSegmentLost_ThreeSeconds)
+{
+    // A handshake that had to repeat itself measures nothing (Karn's algorithm): the timer begins with 3 s.
+    CWire wire;
+    const CSocket listener = Listener(CWire::EndB(7000));
+    CSocket client = Tcp();
+    wire.Cut();
+    EXPECT_EQ(0, Connect(client.Get(), CWire::EndB(7000)));
+    PassStackTime(100);
+    wire.Mend();
+    EXPECT_EQ(PS_POLLOUT, WaitFor(client.Get(), PS_POLLOUT));
+    const CSocket server = Accept(listener);
+    const long long time = TimeToArrive(wire, client, server);
+    EXPECT_GE(time, 3000 - s_nTickMs);
+    EXPECT_LE(time, 3000 + s_nTickMs);
+}
+
+TEST_F(Retransmission, NobodyAnswersAnyMore_GivenUp_NotBefore100Seconds)
+{
+    // RFC 1122, 4.2.3.5.
+    CWire wire;
+    const CPair pair = wire.Connect();
+    for (int i = 0; i < 40; ++i) {
+        EXPECT_TRUE(Transfer(pair.m_Client.Get(), pair.m_Server.Get(), 100));
+        PassStackTime(300);
+    }
+    wire.Cut();
+    const long long start = StackTimeMs();
+    EXPECT_EQ(100, SendPattern(pair.m_Client.Get(), 0, 100));
+    EXPECT_TRUE(WaitUntil([&] { return ps_is_socket_errno(pair.m_Client.Get()) != 0; }, 1000000));
+    EXPECT_EQ(PS_ETIMEDOUT, ps_is_socket_errno(pair.m_Client.Get()));
+    EXPECT_GE(StackTimeMs() - start, 100000);
+}
