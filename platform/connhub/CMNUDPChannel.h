@@ -100,7 +100,7 @@ private:
     unsigned int m_dwBusy MN_GUARDED_BY(m_Mutex) = 0;   // the loop works for this channel, so many calls deep
     bool m_bSending MN_GUARDED_BY(m_Mutex) = false;     // a thread is in a send; m_Sending is its
     bool m_bFull MN_GUARDED_BY(m_Mutex) = false;        // the loop tries again in a moment
-    bool m_bFlushAsked MN_GUARDED_BY(m_Mutex) = false;  // of the loop, or of who is in a burst
+    bool m_bFlushAsked MN_GUARDED_BY(m_Mutex) = false;  // of the loop
     std::size_t m_nLimit MN_GUARDED_BY(m_Mutex) = IMNUDPTransport::s_dwQueueLimit;
     std::size_t m_nInSending MN_GUARDED_BY(m_Mutex) = 0;  // bytes in m_Sending when the send began
     std::size_t m_nCountInSending MN_GUARDED_BY(m_Mutex) = 0;

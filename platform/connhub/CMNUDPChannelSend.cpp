@@ -1,6 +1,6 @@
 // The channel's sending.
 #include <algorithm>
-#include <utility>
+#include <memory>
 #include <vector>
 
 #include "CMNHub.h"
@@ -26,21 +26,30 @@ constexpr std::size_t s_nFullSend = 60000;
 // Calls in a row before other channels have their turn.
 constexpr int s_nSendRounds = 8;
 
-// The channels in which the thread has queued in a burst.
-thread_local std::vector<std::shared_ptr<CMNUDPChannel>> t_Channels;
+// The channels in which the thread has queued in a burst; null when there are none. Never one of a thread that ends.
+thread_local std::vector<std::shared_ptr<CMNUDPChannel>>* t_pChannels = nullptr;
 
 thread_local mantle::CMNBurstWork t_Work([]() noexcept {
-    for (const auto& channel : t_Channels) {
+    const std::unique_ptr<std::vector<std::shared_ptr<CMNUDPChannel>>> channels(t_pChannels);
+    t_pChannels = nullptr;
+    for (const auto& channel : *channels) {
         channel->FlushOfBurst();
     }
-    t_Channels.clear();
 });
 
 // State: the calling thread is inside a burst.
-void SendAtBurstEnd(std::shared_ptr<CMNUDPChannel> channel)
+void SendAtBurstEnd(CMNUDPChannel& channel)
 {
-    t_Channels.push_back(std::move(channel));
-    mantle::CMNBurst::PutOff(t_Work);
+    if (!t_pChannels) {
+        t_pChannels = new std::vector<std::shared_ptr<CMNUDPChannel>>;
+        mantle::CMNBurst::PutOff(t_Work);
+    }
+    for (const auto& known : *t_pChannels) {
+        if (known.get() == &channel) {
+            return;
+        }
+    }
+    t_pChannels->push_back(channel.shared_from_this());
 }
 
 }  // namespace
@@ -66,6 +75,7 @@ MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMN
     bool alone = false;
     bool sendQueue = false;
     bool ask = false;
+    bool atEnd = false;
     {
         CGuard guard(m_Mutex);
         if (m_eState != EState::OPEN) {
@@ -85,8 +95,10 @@ MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMN
             m_Waiting.Add(data, length, to);
             m_qwLastSend = std::max(m_qwLastSend, now);
             if (!m_bSending && !m_bFull) {
-                sendQueue = queued + length >= s_nFullSend;
-                ask = !sendQueue && !m_bFlushAsked;
+                // In a burst also when the next one might not find room.
+                sendQueue = queued + length >= s_nFullSend || (burst && queued + 2 * length > m_nLimit);
+                ask = !sendQueue && !burst && !m_bFlushAsked;
+                atEnd = !sendQueue && burst;
                 m_bSending = sendQueue;
                 m_bFlushAsked = m_bFlushAsked || ask;
             }
@@ -100,8 +112,8 @@ MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMN
     }
     if (ask && onLoop) {
         m_pHub->FlushSoon(shared_from_this());
-    } else if (ask && burst) {
-        SendAtBurstEnd(shared_from_this());
+    } else if (atEnd) {
+        SendAtBurstEnd(*this);
     } else if (ask) {
         m_pHub->AskFlush(shared_from_this());
     }
@@ -171,8 +183,8 @@ void CMNUDPChannel::FlushOfBurst()
 {
     {
         CGuard guard(m_Mutex);
-        m_bFlushAsked = false;
-        if (m_eState != EState::OPEN || m_bSending || m_bFull || m_Waiting.IsEmpty()) {
+        // Another thread that sends asks the loop when there is more; the loop comes back when the system was full.
+        if (m_eState != EState::OPEN || m_bSending || m_bFull || (m_Waiting.IsEmpty() && m_nCountInSending == 0)) {
             return;
         }
         m_bSending = true;

@@ -21,15 +21,16 @@ void CIPInputBatch::Add(CIPLink& link, pbuf* packet)
 {
     if (t_Batch.m_pLink != &link) {
         Settle();
-        t_Batch.m_pLink = &link;
     }
     if (t_Batch.m_dwCount == 0) {
+        t_Batch.m_pLink = &link;
+        link.BeginUse();
         mantle::CMNBurst::PutOff(t_Work);
     }
     (t_Batch.m_pFirst ? t_Batch.m_pLast->next : t_Batch.m_pFirst) = packet;
     t_Batch.m_pLast = packet;
     if (++t_Batch.m_dwCount == CIPCore::s_dwStretch) {
-        Finish();
+        Settle();
     }
 }
 
@@ -44,6 +45,7 @@ void CIPInputBatch::TakeIn() noexcept
         link.TakeIn(packet);
         packet = next;
     }
+    link.EndUse();
 }
 
 void CIPInputBatch::Finish() noexcept

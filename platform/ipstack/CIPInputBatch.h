@@ -11,7 +11,7 @@ class CIPLink;
 
 // Packets of a burst (mantle/CMNBurst.h), of one link, which the stack takes in under one hold of the core lock: at
 // the burst's end, when there are as many as a hold may have, and always before the thread that handed them in uses
-// the stack otherwise. One for each thread; operations are the thread's own.
+// the stack otherwise or sleeps. One for each thread; operations are the thread's own.
 class CIPInputBatch
 {
 public:
@@ -21,7 +21,7 @@ public:
     // Has the stack take in what is there. State: the core lock is not held.
     static void Settle() noexcept
     {
-        if (t_Batch.m_dwCount != 0) {
+        while (t_Batch.m_dwCount != 0) {
             Finish();
         }
     }

@@ -180,7 +180,7 @@ void CIPLink::WaitUntilIdle() const
 
 unsigned long CIPLink::Input(const char* data, unsigned long length)
 {
-    if (mantle::CMNBurst::IsOpen() && length <= m_wMtu) {
+    if (mantle::CMNBurst::IsOpen() && length != 0 && length <= m_wMtu) {
         if (pbuf* copy = CIPPacketFilter::Copy(data, length)) {
             CIPInputBatch::Add(*this, copy);
             return mantle::MN_OK;
@@ -253,10 +253,13 @@ void CIPLink::SendQueued()
 }
 
 // Sends what waits, `most` packets at most, more than one as a burst: what the low level puts off is done before this
-// returns, when no other thread may send yet. Returns: how many.
+// returns, when no other thread may send yet and the link is still in use. Returns: how many.
 unsigned int CIPLink::SendSome(unsigned int most)
 {
     std::optional<mantle::CMNBurst> burst;
+    if (mantle::CMNBurst::IsOpen()) {
+        burst.emplace();  // one of its own, to be ended here
+    }
     unsigned int count = 0;
     while (count < most) {
         pbuf* packet;

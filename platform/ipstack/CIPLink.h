@@ -42,6 +42,12 @@ public:
 
     unsigned long Input(const char* data, unsigned long length) override;
 
+    // Between these a thread has packets for the link, and it is not freed. BeginUse: state: not taken down yet, or the
+    // caller may call Input all the same. Thread: any.
+    void BeginUse() noexcept { m_dwUses.fetch_add(1); }
+    void EndUse() noexcept { m_dwUses.fetch_sub(1); }
+    bool IsUsed() const noexcept { return m_dwUses.load() != 0; }
+
     // Takes in a copy that CIPPacketFilter made. State: the core lock is held.
     void TakeIn(pbuf* packet) noexcept;
 
@@ -66,6 +72,7 @@ private:
     bool m_bOpen = false;                     // the core lock
     bool m_bListed = false;                   // the core lock: in the core's list of links with output
     std::atomic<unsigned int> m_dwInside{0};  // threads that send for the link, or are going to
+    std::atomic<unsigned int> m_dwUses{0};
 
     mutable mantle::CMNMutexThread m_Mutex;
     pbuf* m_pFirst MN_GUARDED_BY(m_Mutex) = nullptr;

@@ -116,7 +116,7 @@ unsigned long CIPStackManager::DestroyStack(IIPStack* stack)
     std::unique_ptr<CIPLink> oldest;
     CIPCoreGuard guard;
     m_Closed.emplace_back(link);
-    if (m_Closed.size() > s_nMostClosed) {
+    if (m_Closed.size() > s_nMostClosed && !m_Closed.front()->IsUsed()) {
         oldest = std::move(m_Closed.front());
         m_Closed.pop_front();
     }

@@ -12,16 +12,19 @@ CMNBurst::CMNBurst() noexcept
 
 CMNBurst::~CMNBurst()
 {
+    Finish();
+    --CMNThreadLocal::Get().m_dwBursts;
+}
+
+void CMNBurst::Finish() noexcept
+{
     CMNThreadLocal& local = CMNThreadLocal::Get();
-    if (local.m_dwBursts == 1) {
-        while (CMNBurstWork* work = local.m_pFirstWork) {
-            local.m_pFirstWork = work->m_pNext;
-            work->m_pNext = nullptr;
-            work->m_bPutOff = false;
-            work->m_pFunction();
-        }
+    while (CMNBurstWork* work = local.m_pFirstWork) {
+        local.m_pFirstWork = work->m_pNext;
+        work->m_pNext = nullptr;
+        work->m_bPutOff = false;
+        work->m_pFunction();
     }
-    --local.m_dwBursts;
 }
 
 bool CMNBurst::IsOpen() noexcept

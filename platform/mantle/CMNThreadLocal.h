@@ -21,7 +21,7 @@ struct CMNThreadLocal
     unsigned int m_dwInLoop;       // nested runs of callbacks
     unsigned int m_dwInTrace;      // nested calls of the trace sink
     unsigned int m_dwBursts;       // nested bursts
-    CMNBurstWork* m_pFirstWork;    // put off to the burst's end
+    CMNBurstWork* m_pFirstWork;    // put off until the burst's end
     CMNBurstWork* m_pLastWork;
     bool m_bCleanUp;  // runs, or has run, the clean-up at the end of the process
     bool m_bEnded;    // what is taken from now on does not come back by itself

@@ -5,6 +5,7 @@
 #include "CMNManualClockCore.h"
 #include "CMNThreadLocal.h"
 #include "CMNWaiterPool.h"
+#include "mantle/CMNBurst.h"
 
 namespace mantle
 {
@@ -29,6 +30,7 @@ CMNWaiter::~CMNWaiter()
 
 bool CMNWaiter::Wait(std::uint32_t sequence, long long deadlineUs)
 {
+    CMNBurst::Finish();  // it may be what the sleeper waits for
     while (m_dwSequence.load() == sequence) {
         const EOutcome outcome = CMNManualClockCore::IsManual()
                                      ? CMNManualClockCore::Instance().Wait(*this, sequence, deadlineUs)

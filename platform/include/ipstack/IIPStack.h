@@ -15,8 +15,8 @@ public:
 
     // Carries one IP packet. Thread: whatever thread the stack emits it in, never two at a time for one link;
     // no lock of the stack is held, so the packet may be fed into a stack at once. Packets that follow one another are
-    // a burst (mantle/CMNBurst.h); the link stays in use until what was put off has been done. Owns: `data` is good
-    // during the call only. Returns: ignored.
+    // a burst (mantle/CMNBurst.h); what is put off is done before the next thread sends, and before the link may go.
+    // Owns: `data` is good during the call only. Returns: ignored.
     virtual unsigned long IPStackLowLevelOutput(const char* data, unsigned long length, unsigned char flag) = 0;
 };
 
@@ -27,8 +27,8 @@ public:
     // Hands one received IP packet to the stack. Thread: any. Owns: copied before the call returns.
     // Returns: 0 when the packet was taken in, otherwise a result code (10008: malformed or not acceptable on
     // this link, dropped and counted; 10002: the link is being taken down).
-    // Inside a burst (mantle/CMNBurst.h) the stack sees the packet at the burst's end, or before the thread's next call
-    // of the stack that is not Input; 0 then says that it is kept until then, and what is dropped is only counted.
+    // Inside a burst (mantle/CMNBurst.h) the stack sees the packet at the burst's end, or before the thread calls the
+    // stack otherwise or sleeps; 0 then says that it is kept until then, and what is dropped is only counted.
     virtual unsigned long Input(const char* data, unsigned long length) = 0;
 
 protected:

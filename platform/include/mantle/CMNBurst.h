@@ -7,7 +7,8 @@
 namespace mantle
 {
 
-// Work of one thread that can wait for the end of a burst. Must outlive the burst: make it thread-local.
+// Work of one thread that can wait for the end of a burst. Must outlive the burst, and everything that its thread does
+// at its end: make it thread-local, of trivial members.
 class CMNBurstWork
 {
 public:
@@ -27,12 +28,13 @@ private:
 
 // A scope in which its thread makes many calls of one kind, such as handing in what one receive brought. What is
 // called may put off the part that is as cheap for many calls as for one (taking a lock, waking a thread, a system
-// call) to the scope's end. Scopes nest; the outermost one's end counts. Thread: one each, for all operations.
+// call). It is done at the end of the scope, or of one inside it, and before the thread sleeps in a CMNWaiter. A thread
+// that waits in another way, for what others do about its calls, has to call Finish first.
+// Thread: one each, for all operations.
 class MANTLE_API CMNBurst
 {
 public:
     CMNBurst() noexcept;
-    // Does what was put off, in that order, and what is put off meanwhile.
     ~CMNBurst();
     CMNBurst(const CMNBurst&) = delete;
     CMNBurst& operator=(const CMNBurst&) = delete;
@@ -40,9 +42,12 @@ public:
     // Whether the calling thread is inside a burst.
     static bool IsOpen() noexcept;
 
-    // Has the work done once at the burst's end, however often it is put off. Returns: false, and nothing will be
-    // done, when the calling thread is inside no burst.
+    // Has the work done once, however often it is put off. Returns: false, and nothing will be done, when the calling
+    // thread is inside no burst.
     static bool PutOff(CMNBurstWork& work) noexcept;
+
+    // Does what the calling thread has put off, in that order, and what is put off meanwhile.
+    static void Finish() noexcept;
 };
 
 }  // namespace mantle

@@ -1,9 +1,11 @@
 // Datagrams of a burst: those that are sent in one, and those that arrive together.
 #include <atomic>
 #include <cerrno>
+#include <functional>
 #include <thread>
 
 #include "mantle/CMNBurst.h"
+#include "mantle/CMNEventThread.h"
 #include "unit/connhub/UDPTransportTest.h"
 
 namespace connhub
@@ -100,13 +102,79 @@ TEST_F(UDPTransportBurstTest, TransportReleasedInsideTheBurst_QueuedDatagramsLea
     EXPECT_EQ(m_A->Open(m_AddressA), mantle::MN_OK);
 }
 
-TEST_F(UDPTransportBurstTest, AnotherThreadSendsWhileTheBurstIsOpen_BothArrive)
+TEST_F(UDPTransportBurstTest, SystemFullWhileItGoesOn_LoopTriesAgain_AllSentInOrder)
 {
     {
         mantle::CMNBurst burst;
-        ASSERT_EQ(Send(m_A, "0", m_AddressB), mantle::MN_OK);
-        std::thread([this] { ASSERT_EQ(Send(m_A, "1", m_AddressB), mantle::MN_OK); }).join();
+        SendNumbered(42, 1400);
+        CSystemCalls::RefuseNext(1, EAGAIN);
+        std::string last = "42";
+        last.resize(1400, ' ');
+        ASSERT_EQ(Send(m_A, last, m_AddressB), mantle::MN_OK);  // fills a segmented send, which is refused
     }
+    ExpectNumbered(43);
+    EXPECT_EQ(CSystemCalls::GetRefused(), 1);
+}
+
+TEST_F(UDPTransportBurstTest, BurstOfAnotherThreadIsOpen_Send_DoesNotWaitForItsEnd)
+{
+    mantle::CMNBurst burst;
+    ASSERT_EQ(Send(m_A, "0", m_AddressB), mantle::MN_OK);
+    std::thread([this] { ASSERT_EQ(Send(m_A, "1", m_AddressB), mantle::MN_OK); }).join();
+    ExpectNumbered(2);
+}
+
+TEST_F(UDPTransportBurstTest, MoreThanTheQueueHolds_Burst_SendsAndDropsNothing)
+{
+    m_A->SetQueueLimit(14000);
+    {
+        mantle::CMNBurst burst;
+        SendNumbered(45, 1500);
+    }
+    EXPECT_EQ(m_A->GetCounters().m_qwDropped, 0u);
+    ExpectNumbered(45);
+}
+
+TEST_F(UDPTransportBurstTest, BurstIsOpen_ThreadSleeps_SentBefore)
+{
+    mantle::CMNEventThread arrived(1, 0);
+    CRecordingSink sink;
+    sink.m_fOnReceive = [&](const std::string&) { arrived.Signal(); };
+    CTransportPtr transport;
+    mantle::CMNInetAddr address;
+    MakeOpen(sink, transport, address);
+    {
+        mantle::CMNBurst burst;
+        ASSERT_EQ(Send(m_A, "x", address), mantle::MN_OK);
+        const mantle::CMNTimeValue limit(30, 0);
+        EXPECT_EQ(arrived.Wait(&limit), mantle::MN_OK);
+    }
+    transport.ParaOut();
+}
+
+struct CLate
+{
+    ~CLate()
+    {
+        if (m_fDo)
+            m_fDo();
+    }
+    std::function<void()> m_fDo;
+};
+
+thread_local CLate t_Late;
+
+// Destructors of a thread's own objects run in the order against that of their making.
+TEST_F(UDPTransportBurstTest, BurstInADestructorOfTheThread_Sent)
+{
+    std::thread([this] {
+        t_Late.m_fDo = [this] {
+            mantle::CMNBurst burst;
+            Send(m_A, "1", m_AddressB);
+        };
+        mantle::CMNBurst burst;
+        Send(m_A, "0", m_AddressB);
+    }).join();
     ExpectNumbered(2);
 }
 

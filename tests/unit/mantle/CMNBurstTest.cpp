@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "mantle/CMNWaiter.h"
+
 namespace mantle
 {
 namespace
@@ -61,19 +63,48 @@ TEST_F(CMNBurstTest, PutOff_BurstEnds_DoneOnceInOrder)
     EXPECT_EQ(m_strDone, "ba");
 }
 
-TEST_F(CMNBurstTest, Nested_InnerEnds_DoneAtTheOuterOnesEnd)
+TEST_F(CMNBurstTest, Nested_InnerEnds_DoneThenAndTheOuterOneGoesOn)
 {
     {
         CMNBurst outer;
+        EXPECT_TRUE(CMNBurst::PutOff(m_A));
         {
             CMNBurst inner;
-            EXPECT_TRUE(CMNBurst::PutOff(m_A));
+            EXPECT_TRUE(CMNBurst::PutOff(m_B));
+            EXPECT_EQ(m_strDone, "");
         }
-        EXPECT_EQ(m_strDone, "");
+        EXPECT_EQ(m_strDone, "ab");
         EXPECT_TRUE(CMNBurst::IsOpen());
         EXPECT_TRUE(CMNBurst::PutOff(m_B));
     }
-    EXPECT_EQ(m_strDone, "ab");
+    EXPECT_EQ(m_strDone, "abb");
+}
+
+TEST_F(CMNBurstTest, PutOff_Finish_DoneAndTheBurstGoesOn)
+{
+    CMNBurst burst;
+    EXPECT_TRUE(CMNBurst::PutOff(m_A));
+    CMNBurst::Finish();
+    EXPECT_EQ(m_strDone, "a");
+    CMNBurst::Finish();
+    EXPECT_EQ(m_strDone, "a");
+    EXPECT_TRUE(CMNBurst::IsOpen());
+}
+
+CMNWaiter* s_pWaiter = nullptr;
+
+// What was put off may be what the sleeper waits for.
+TEST_F(CMNBurstTest, PutOff_ThreadSleeps_DoneBefore)
+{
+    CMNBurstWork signal([]() noexcept { s_pWaiter->Signal(); });
+    CMNWaiter waiter;
+    s_pWaiter = &waiter;
+    {
+        CMNBurst burst;
+        EXPECT_TRUE(CMNBurst::PutOff(signal));
+        EXPECT_TRUE(waiter.Wait(waiter.GetSequence(), CMNWaiter::s_llForever));
+    }
+    s_pWaiter = nullptr;
 }
 
 TEST_F(CMNBurstTest, Done_PutOffAgain_DoneAgain)
