@@ -4,6 +4,7 @@
 
 #include "CMNHubThread.h"
 #include "CMNUDPTransport.h"
+#include "mantle/CMNBurst.h"
 #include "mantle/CMNTimeValue.h"
 
 namespace connhub
@@ -59,6 +60,7 @@ public:
 
     std::shared_ptr<CMNHub> GetHub()
     {
+        mantle::CMNBurst::Finish();  // else below, under the mutex, while the new thread is awaited
         CGuard guard(m_Mutex);
         if (m_pHub) {
             return m_pHub;

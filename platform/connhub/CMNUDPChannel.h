@@ -75,6 +75,7 @@ private:
     void ReceiveOnLoop();
     bool DeliverBurst(const CMNReceiveRoom& room, std::size_t& index);
     bool Deliver(const char* data, std::size_t length, const mantle::CMNInetAddr& from);
+    bool HasRoom(std::size_t length);
     bool IsIdle() const MN_REQUIRES(m_Mutex);
     std::size_t GetQueuedBytes() const MN_REQUIRES(m_Mutex);
     mantle::MNResult SendAlone(const char* data, unsigned long length, const mantle::CMNInetAddr& to);

@@ -64,6 +64,12 @@ std::size_t CMNUDPChannel::GetQueuedBytes() const
     return m_Waiting.GetBytes() + m_nInSending;
 }
 
+bool CMNUDPChannel::HasRoom(std::size_t length)
+{
+    CGuard guard(m_Mutex);
+    return GetQueuedBytes() + length <= m_nLimit;
+}
+
 MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMNInetAddr& to)
 {
     if ((!data && length != 0) || length > IMNUDPTransport::s_dwMaxDatagram || to.GetPort() == 0) {
@@ -72,6 +78,9 @@ MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMN
     const bool onLoop = m_pHub->IsCurrent();
     const bool burst = !onLoop && mantle::CMNBurst::IsOpen();
     const std::uint64_t now = onLoop || burst ? 0 : uv_hrtime();
+    if (burst && !HasRoom(length)) {
+        FlushOfBurst();
+    }
     bool alone = false;
     bool sendQueue = false;
     bool ask = false;
@@ -84,7 +93,7 @@ MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMN
         if (to.GetType() != m_Socket.GetFamily()) {
             return mantle::MN_ERROR_INVALID_ARG;
         }
-        if (!onLoop && !burst && IsIdle() && now - m_qwLastSend > s_qwBurstNs) {
+        if (!onLoop && IsIdle() && (burst ? length > m_nLimit : now - m_qwLastSend > s_qwBurstNs)) {
             alone = m_bSending = true;
         } else {
             const std::size_t queued = GetQueuedBytes();
@@ -95,8 +104,7 @@ MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMN
             m_Waiting.Add(data, length, to);
             m_qwLastSend = std::max(m_qwLastSend, now);
             if (!m_bSending && !m_bFull) {
-                // In a burst also when the next one might not find room.
-                sendQueue = queued + length >= s_nFullSend || (burst && queued + 2 * length > m_nLimit);
+                sendQueue = queued + length >= s_nFullSend;
                 ask = !sendQueue && !burst && !m_bFlushAsked;
                 atEnd = !sendQueue && burst;
                 m_bSending = sendQueue;

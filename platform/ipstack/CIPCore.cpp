@@ -136,7 +136,9 @@ void CIPCore::LeaveOutput(CIPLink* link)
 {
     CIPCoreGuard guard;
     CIPCounters::Add(CIPCounters::DrainLimit);
-    m_LeftOutputs.Add(link);
+    if (!m_LeftOutputs.Add(link)) {
+        link->m_dwInside.fetch_sub(1);  // another call has left it there already
+    }
     WakeTimerThread();
 }
 

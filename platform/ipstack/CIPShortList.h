@@ -14,11 +14,12 @@ template <class T>
 class CIPShortList
 {
 public:
-    void Add(T* item)
+    // Returns: whether it is in the list once more than before.
+    bool Add(T* item)
     {
         for (std::size_t i = 0; i < m_nCount; ++i) {
             if (m_Few[i] == item) {
-                return;
+                return false;
             }
         }
         if (m_nCount < s_nRoom) {
@@ -26,6 +27,7 @@ public:
         } else {
             m_More.push_back(item);
         }
+        return true;
     }
 
     bool IsEmpty() const noexcept { return m_nCount == 0; }

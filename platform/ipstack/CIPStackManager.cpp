@@ -113,11 +113,11 @@ unsigned long CIPStackManager::DestroyStack(IIPStack* stack)
     }
     link->WaitUntilIdle();
     link->FreeQueue();
-    std::unique_ptr<CIPLink> oldest;
+    std::vector<std::unique_ptr<CIPLink>> oldest;
     CIPCoreGuard guard;
     m_Closed.emplace_back(link);
-    if (m_Closed.size() > s_nMostClosed && !m_Closed.front()->IsUsed()) {
-        oldest = std::move(m_Closed.front());
+    while (m_Closed.size() > s_nMostClosed && !m_Closed.front()->IsUsed()) {
+        oldest.push_back(std::move(m_Closed.front()));
         m_Closed.pop_front();
     }
     return mantle::MN_OK;

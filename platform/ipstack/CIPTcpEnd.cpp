@@ -312,6 +312,7 @@ void CIPTcpEnd::StartTimer(tcp_pcb* pcb) noexcept
         pcb->rto = static_cast<s16_t>(trip + static_cast<u32_t>(pcb->sv));
     }
     pcb->rttest = 0;
+    pcb->nrtx = 0;  // what the request of the connection has used up does not count for the data
 }
 
 err_t CIPTcpEnd::OnConnected(void* arg, tcp_pcb* pcb, err_t)

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "CIPReadiness.h"
+#include "mantle/CMNBurst.h"
 #include "mantle/CMNClock.h"
 #include "mantle/CMNWaiter.h"
 
@@ -29,6 +30,7 @@ public:
     {
         CIPWaiterRecord& record = CIPWaiterRecord::Current();
         mantle::CMNWaiter& waiter = record.m_Waiter;
+        mantle::CMNBurst::Finish();  // the work may wait itself
         record.m_bWaiting.store(true);
         int ready;
         for (;;) {

@@ -138,6 +138,27 @@ TEST_F(Retransmission, RequestOfTheConnectionLost_LaterSegmentLost_ThreeSeconds)
     EXPECT_LE(time, 3000 + s_nTickMs);
 }
 
+TEST_F(Retransmission, RequestOfTheConnectionLost_DataLostTwice_DoublesOnceOnly)
+{
+    // The request's own repetitions once counted for the data: it waited four times as long.
+    CWire wire;
+    const CSocket listener = Listener(CWire::EndB(7000));
+    CSocket client = Tcp();
+    wire.Cut();
+    EXPECT_EQ(0, Connect(client.Get(), CWire::EndB(7000)));
+    PassStackTime(4000);  // two of them
+    wire.Mend();
+    EXPECT_EQ(PS_POLLOUT, WaitFor(client.Get(), PS_POLLOUT));
+    const CSocket server = Accept(listener);
+    const long long start = StackTimeMs();
+    wire.Cut();
+    EXPECT_EQ(100, SendPattern(client.Get(), 0, 100));
+    PassStackTime(3500);
+    wire.Mend();
+    EXPECT_TRUE(ReceivePattern(server.Get(), 0, 100));
+    EXPECT_LE(StackTimeMs() - start, 9000 + s_nTickMs);
+}
+
 TEST_F(Retransmission, NobodyAnswersAnyMore_GivenUp_NotBefore100Seconds)
 {
     // RFC 1122, 4.2.3.5.

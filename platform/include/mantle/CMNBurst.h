@@ -8,7 +8,7 @@ namespace mantle
 {
 
 // Work of one thread that can wait for the end of a burst. Must outlive the burst, and everything that its thread does
-// at its end: make it thread-local, of trivial members.
+// at its end: make it thread-local, of trivial members. It may not throw.
 class CMNBurstWork
 {
 public:
@@ -29,7 +29,8 @@ private:
 // A scope in which its thread makes many calls of one kind, such as handing in what one receive brought. What is
 // called may put off the part that is as cheap for many calls as for one (taking a lock, waking a thread, a system
 // call). It is done at the end of the scope, or of one inside it, and before the thread sleeps in a CMNWaiter. A thread
-// that waits in another way, for what others do about its calls, has to call Finish first.
+// that waits in another way, for what others do about its calls, has to call Finish first; one that waits in whatever
+// way holds no lock that the work takes.
 // Thread: one each, for all operations.
 class MANTLE_API CMNBurst
 {

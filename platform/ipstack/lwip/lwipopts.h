@@ -97,7 +97,7 @@ unsigned short uxport_ipstack_checksum(const void* data, int length);
 #define SO_REUSE 1
 #define TCP_TMR_INTERVAL 50 /* ms; the retransmission timer's floor is three slow ticks of twice this */
 #define TCP_MSL 30000
-#define TCP_MAXRTX 9 /* at the floor 115 s without an answer; RFC 1122, 4.2.3.5: at least 100 s */
+#define TCP_MAXRTX 12 /* at the floor 230 s without an answer to data (RFC 1122, 4.2.3.5: at least 100 s) */
 
 /* Statistics: 32 bits, all layers. */
 #define LWIP_STATS 1

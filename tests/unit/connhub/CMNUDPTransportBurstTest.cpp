@@ -135,6 +135,31 @@ TEST_F(UDPTransportBurstTest, MoreThanTheQueueHolds_Burst_SendsAndDropsNothing)
     ExpectNumbered(45);
 }
 
+TEST_F(UDPTransportBurstTest, LittleRoomAndUnequalSizes_Burst_SendsAndDropsNothing)
+{
+    m_A->SetQueueLimit(1500);
+    {
+        mantle::CMNBurst burst;
+        for (std::size_t index = 0; index < 40; ++index) {
+            std::string text = std::to_string(index);
+            text.resize(index % 2 == 0 ? 100 : 1450, ' ');
+            ASSERT_EQ(Send(m_A, text, m_AddressB), mantle::MN_OK);
+        }
+    }
+    EXPECT_EQ(m_A->GetCounters().m_qwDropped, 0u);
+    ExpectNumbered(40);
+}
+
+TEST_F(UDPTransportBurstTest, NoRoomAtAll_Burst_SentAtOnce)
+{
+    m_A->SetQueueLimit(0);
+    mantle::CMNBurst burst;
+    SendNumbered(20, 100);
+    EXPECT_EQ(m_A->GetCounters().m_qwSent, 20u);
+    EXPECT_EQ(m_A->GetCounters().m_qwDropped, 0u);
+    ExpectNumbered(20);
+}
+
 TEST_F(UDPTransportBurstTest, BurstIsOpen_ThreadSleeps_SentBefore)
 {
     mantle::CMNEventThread arrived(1, 0);
@@ -150,6 +175,28 @@ TEST_F(UDPTransportBurstTest, BurstIsOpen_ThreadSleeps_SentBefore)
         EXPECT_EQ(arrived.Wait(&limit), mantle::MN_OK);
     }
     transport.ParaOut();
+}
+
+CTransportPtr* s_pMade = nullptr;
+IMNUDPTransportSink* s_pSink = nullptr;
+
+// The first transport waits for the background thread, and a sleep does what has been put off.
+TEST(UDPTransportFirstTest, FirstTransportMadeInABurst_WorkMakesOneToo_BothAreMade)
+{
+    CRecordingSink sink;
+    CTransportPtr first;
+    CTransportPtr second;
+    s_pMade = &second;
+    s_pSink = &sink;
+    static thread_local mantle::CMNBurstWork work(
+        []() noexcept { CMNConnectionManager::Instance()->CreateUDPTransport(s_pSink, s_pMade->ParaOut()); });
+    {
+        mantle::CMNBurst burst;
+        EXPECT_TRUE(mantle::CMNBurst::PutOff(work));
+        EXPECT_EQ(CMNConnectionManager::Instance()->CreateUDPTransport(&sink, first.ParaOut()), mantle::MN_OK);
+    }
+    EXPECT_TRUE(first);
+    EXPECT_TRUE(second);
 }
 
 struct CLate

@@ -14,8 +14,10 @@
 #include "SocketSupport.h"
 #include "ipstack/ipstack.h"
 #include "mantle/CMNBurst.h"
+#include "mantle/CMNEventThread.h"
 #include "mantle/MNDefines.h"
 #include "platform/ipstack/CIPCore.h"
+#include "platform/ipstack/CIPTimerSource.h"
 
 namespace
 {
@@ -317,6 +319,77 @@ TEST_F(CIPInputBatchTest, Burst_ConnectOverAWire_DoneWithoutRetransmission)
         ps_close(client);
     }
     ps_close(listener);
+}
+
+int s_nOther = 0;
+std::atomic<bool> s_bPolled{false};
+thread_local mantle::CMNBurstWork t_Polls([]() noexcept {
+    ps_pollfd entry{s_nOther, PS_POLLIN, 0};
+    ps_poll(&entry, 1, 1);
+    s_bPolled.store(true);
+});
+
+// Work that waits itself must not hide the sleeper from its waker.
+TEST_F(CIPInputBatchTest, Burst_WorkPollsInsideThePoll_TheOuterOneIsWokenAllTheSame)
+{
+    MakeSocket();
+    s_nOther = socketsupport::MakeUdp();
+    s_bPolled.store(false);
+    std::thread sender([this] {
+        while (!s_bPolled.load()) {
+            std::this_thread::yield();
+        }
+        Input(m_pLinkA, Datagram("10.8.0.1", "one"));
+    });
+    {
+        mantle::CMNBurst burst;
+        EXPECT_TRUE(mantle::CMNBurst::PutOff(t_Polls));
+        ps_pollfd entry{m_nSocket, PS_POLLIN, 0};
+        EXPECT_EQ(ps_poll(&entry, 1, -1), 1);  // would sleep for ever
+    }
+    sender.join();
+    ps_close(s_nOther);
+}
+
+// What a call may not send any more is left to the stack's own thread; here that one is busy until both have left some.
+class CBusySource : public ipstack::CIPTimerSource
+{
+public:
+    long long NextDeadlineUs() override { return m_bDone.load() ? NoDeadline : 0; }
+    void Run(long long) override
+    {
+        m_Running.Signal();
+        m_Go.Wait();
+        m_bDone.store(true);
+    }
+
+    mantle::CMNEventThread m_Running{1, 0};
+    mantle::CMNEventThread m_Go{1, 0};
+    std::atomic<bool> m_bDone{false};
+};
+
+TEST_F(CIPInputBatchTest, TwoCallsLeaveOutputOfALink_TakenDownLater_DoesNotWaitForEver)
+{
+    CBusySource source;
+    ipstack::CIPCore::Instance().AddTimerSource(&source);
+    source.m_Running.Wait();
+    const std::uint64_t before = socketsupport::GetCounter("drain.limit");
+    bool more = true;
+    m_BelowA.m_fOnOutput = [&](const CPacket&) {
+        m_BelowA.m_Sent.clear();
+        if (more) {
+            Input(m_pLinkA, Ping("10.8.0.1", 1));
+        }
+    };
+    for (int call = 0; call < 2; ++call) {
+        Input(m_pLinkA, Ping("10.8.0.1", 1));
+    }
+    EXPECT_EQ(socketsupport::GetCounter("drain.limit"), before + 2);
+    more = false;
+    source.m_Go.Signal();
+    ipstack::CIPCore::Instance().RemoveTimerSource(&source);
+    EXPECT_EQ(IIPStackManager::Instance()->DestroyStack(m_pLinkA), 0u);
+    m_pLinkA = nullptr;
 }
 
 thread_local int t_nDone = 0;
