@@ -15,30 +15,30 @@ thread_local mantle::CMNBurstWork t_Work(&CIPInputBatch::Settle);
 
 }  // namespace
 
-thread_local CIPInputBatch::CBatch CIPInputBatch::t_Batch;
+thread_local CIPInputBatch::CBatch CIPInputBatch::s_Batch;
 
 void CIPInputBatch::Add(CIPLink& link, pbuf* packet)
 {
-    if (t_Batch.m_pLink != &link) {
+    if (s_Batch.m_pLink != &link) {
         Settle();
     }
-    if (t_Batch.m_dwCount == 0) {
-        t_Batch.m_pLink = &link;
+    if (s_Batch.m_dwCount == 0) {
+        s_Batch.m_pLink = &link;
         link.BeginUse();
         mantle::CMNBurst::PutOff(t_Work);
     }
-    (t_Batch.m_pFirst ? t_Batch.m_pLast->next : t_Batch.m_pFirst) = packet;
-    t_Batch.m_pLast = packet;
-    if (++t_Batch.m_dwCount == CIPCore::s_dwStretch) {
+    (s_Batch.m_pFirst ? s_Batch.m_pLast->next : s_Batch.m_pFirst) = packet;
+    s_Batch.m_pLast = packet;
+    if (++s_Batch.m_dwCount == CIPCore::s_dwStretch) {
         Settle();
     }
 }
 
 void CIPInputBatch::TakeIn() noexcept
 {
-    CIPLink& link = *t_Batch.m_pLink;
-    pbuf* packet = t_Batch.m_pFirst;
-    t_Batch = CBatch();
+    CIPLink& link = *s_Batch.m_pLink;
+    pbuf* packet = s_Batch.m_pFirst;
+    s_Batch = CBatch();
     while (packet) {
         pbuf* next = packet->next;
         packet->next = nullptr;

@@ -21,12 +21,12 @@ public:
     // Has the stack take in what is there. State: the core lock is not held.
     static void Settle() noexcept
     {
-        while (t_Batch.m_dwCount != 0) {
+        while (s_Batch.m_dwCount != 0) {
             Finish();
         }
     }
 
-    static bool IsEmpty() noexcept { return t_Batch.m_dwCount == 0; }
+    static bool IsEmpty() noexcept { return s_Batch.m_dwCount == 0; }
 
     // State: the core lock is held.
     static void TakeIn() noexcept;
@@ -45,7 +45,7 @@ private:
 #if defined(__GNUC__)
     __attribute__((tls_model("initial-exec")))
 #endif
-    static thread_local CBatch t_Batch;
+    static thread_local CBatch s_Batch;
 };
 
 }  // namespace ipstack
