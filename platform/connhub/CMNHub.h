@@ -55,6 +55,9 @@ public:
     uv_loop_t* GetLoop() noexcept { return &m_Loop; }
     CMNReceiveRoom& GetRoom() noexcept { return m_Room; }
 
+    // What the loop waits in. Thread: any.
+    int GetPoll() const noexcept { return uv_backend_fd(&m_Loop); }
+
     // A descriptor that nobody reads or watches.
     int GetSpare() const noexcept { return m_nSpare; }
 

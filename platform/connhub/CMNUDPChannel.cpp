@@ -226,7 +226,7 @@ void CMNUDPChannel::Detach()
         if (m_Socket.IsOpen()) {
             SendLast();
             if (!onLoop) {
-                m_Socket.FreeAddress(m_pHub->GetSpare());
+                m_Socket.FreeAddress(m_pHub->GetSpare(), m_pHub->GetPoll());
             }
         }
     }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/udp.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -152,9 +153,11 @@ void CMNUDPSocket::Close() noexcept
     }
 }
 
-void CMNUDPSocket::FreeAddress(int spare) noexcept
+void CMNUDPSocket::FreeAddress(int spare, int poll) noexcept
 {
     if (m_nHandle >= 0) {
+        // A wait that just looks at the socket holds it a moment longer than its descriptor.
+        ::epoll_ctl(poll, EPOLL_CTL_DEL, m_nHandle, nullptr);
         ::dup3(spare, m_nHandle, O_CLOEXEC);
     }
 }

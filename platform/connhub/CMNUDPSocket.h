@@ -85,8 +85,9 @@ public:
     mantle::MNResult Open(const mantle::CMNInetAddr& local);
     void Close() noexcept;
 
-    // Frees the address but keeps the number, which then stands for `spare`, until Close.
-    void FreeAddress(int spare) noexcept;
+    // Frees the address but keeps the number, which then stands for `spare`, until Close. `poll` is the epoll set that
+    // may be watching it.
+    void FreeAddress(int spare, int poll) noexcept;
 
     bool IsOpen() const noexcept { return m_nHandle >= 0; }
     int GetHandle() const noexcept { return m_nHandle; }

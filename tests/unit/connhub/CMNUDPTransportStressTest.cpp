@@ -21,6 +21,17 @@ constexpr int s_nRounds = 300;
 constexpr int s_nRounds = 1000;
 #endif
 
+class CCountingSink : public IMNUDPTransportSink
+{
+public:
+    unsigned long OnReceive(mantle::CMNMessageBlock&, const CMNInetAddr&) override
+    {
+        ++m_dwCount;
+        return 0;
+    }
+    std::atomic<unsigned int> m_dwCount{0};
+};
+
 // Notices callbacks that come too late.
 class CMortalSink : public IMNUDPTransportSink
 {
@@ -92,6 +103,38 @@ TEST_F(UDPTransportTest, TrafficBothWays_ReleasedAndMadeAgain_NoLateCallbackAndN
     EXPECT_GE(calls, s_nRounds / 2);
     m_B.ParaOut();
     EXPECT_EQ(CMNLiveObjects::Count(), live);
+}
+
+// The loop's wait, just looking at the old socket, once held its address beyond the release.
+TEST_F(UDPTransportTest, DatagramsComing_ReleasedAndOpenedAgain_TheAddressIsFree)
+{
+    MakeOpen(m_SinkB, m_B, m_AddressB);
+    CCountingSink sink;
+    CTransportPtr transport;
+    CMNInetAddr address;
+    MakeOpen(sink, transport, address);
+    std::atomic<bool> stop{false};
+    std::thread sender([&] {
+        while (!stop.load()) {
+            for (int burst = 0; burst < 20; ++burst)
+                Send(m_B, "x", address);
+            std::this_thread::yield();
+        }
+    });
+    int refused = 0;
+    for (int round = 0; round < 4 * s_nRounds && refused == 0; ++round) {
+        // The loop is watching the socket, and has more to do for it.
+        const unsigned int before = sink.m_dwCount.load();
+        while (sink.m_dwCount.load() < before + 5)
+            std::this_thread::yield();
+        transport.ParaOut();
+        Make(sink, transport);
+        refused += transport->Open(address) == mantle::MN_OK ? 0 : 1;
+    }
+    stop.store(true);
+    sender.join();
+    transport.ParaOut();
+    EXPECT_EQ(refused, 0);
 }
 
 TEST_F(UDPTransportTest, FourThreads_SendThroughOneTransport_EveryDatagramAccountedFor)
