@@ -75,9 +75,9 @@ private:
     void ReceiveOnLoop();
     bool DeliverBurst(const CMNReceiveRoom& room, std::size_t& index);
     bool Deliver(const char* data, std::size_t length, const mantle::CMNInetAddr& from);
-    bool HasRoom(std::size_t length);
     bool IsIdle() const MN_REQUIRES(m_Mutex);
     std::size_t GetQueuedBytes() const MN_REQUIRES(m_Mutex);
+    mantle::MNResult Send(const char* data, unsigned long length, const mantle::CMNInetAddr& to, bool mayFlush);
     mantle::MNResult SendAlone(const char* data, unsigned long length, const mantle::CMNInetAddr& to);
     bool SendQueue();
     void EndSend() MN_REQUIRES(m_Mutex);

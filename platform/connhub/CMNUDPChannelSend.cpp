@@ -64,27 +64,25 @@ std::size_t CMNUDPChannel::GetQueuedBytes() const
     return m_Waiting.GetBytes() + m_nInSending;
 }
 
-bool CMNUDPChannel::HasRoom(std::size_t length)
-{
-    CGuard guard(m_Mutex);
-    return GetQueuedBytes() + length <= m_nLimit;
-}
-
 MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMNInetAddr& to)
 {
     if ((!data && length != 0) || length > IMNUDPTransport::s_dwMaxDatagram || to.GetPort() == 0) {
         return mantle::MN_ERROR_INVALID_ARG;
     }
+    return Send(data, length, to, true);
+}
+
+// `mayFlush`: in a burst whose datagrams leave no room for this one they are sent first.
+MNResult CMNUDPChannel::Send(const char* data, unsigned long length, const CMNInetAddr& to, bool mayFlush)
+{
     const bool onLoop = m_pHub->IsCurrent();
     const bool burst = !onLoop && mantle::CMNBurst::IsOpen();
     const std::uint64_t now = onLoop || burst ? 0 : uv_hrtime();
-    if (burst && !HasRoom(length)) {
-        FlushOfBurst();
-    }
     bool alone = false;
     bool sendQueue = false;
     bool ask = false;
     bool atEnd = false;
+    bool noRoom = false;
     {
         CGuard guard(m_Mutex);
         if (m_eState != EState::OPEN) {
@@ -97,13 +95,16 @@ MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMN
             alone = m_bSending = true;
         } else {
             const std::size_t queued = GetQueuedBytes();
-            if (queued + length > m_nLimit) {
+            noRoom = queued + length > m_nLimit;
+            if (noRoom && (!burst || !mayFlush)) {
                 CMNUDPCounts::Add(m_Counts.m_qwDropped);
                 return mantle::MN_ERROR_FAILURE;
             }
-            m_Waiting.Add(data, length, to);
-            m_qwLastSend = std::max(m_qwLastSend, now);
-            if (!m_bSending && !m_bFull) {
+            if (!noRoom) {
+                m_Waiting.Add(data, length, to);
+                m_qwLastSend = std::max(m_qwLastSend, now);
+            }
+            if (!noRoom && !m_bSending && !m_bFull) {
                 sendQueue = queued + length >= s_nFullSend;
                 ask = !sendQueue && !burst && !m_bFlushAsked;
                 atEnd = !sendQueue && burst;
@@ -114,6 +115,10 @@ MNResult CMNUDPChannel::SendTo(const char* data, unsigned long length, const CMN
     }
     if (alone) {
         return SendAlone(data, length, to);
+    }
+    if (noRoom) {
+        FlushOfBurst();
+        return Send(data, length, to, false);
     }
     if (sendQueue) {
         ask = SendQueue();

@@ -23,6 +23,21 @@ long long TimeToArrive(CWire& wire, const CSocket& from, const CSocket& to)
     return StackTimeMs() - start;
 }
 
+// A connection whose requests were lost for so long.
+CPair ConnectThroughOutage(CWire& wire, int milliseconds)
+{
+    const CSocket listener = Listener(CWire::EndB(7000));
+    CPair pair;
+    pair.m_Client = Tcp();
+    wire.Cut();
+    EXPECT_EQ(0, Connect(pair.m_Client.Get(), CWire::EndB(7000)));
+    PassStackTime(milliseconds);
+    wire.Mend();
+    EXPECT_EQ(PS_POLLOUT, WaitFor(pair.m_Client.Get(), PS_POLLOUT));
+    pair.m_Server = Accept(listener);
+    return pair;
+}
+
 }  // namespace
 
 TEST(Retransmission, FirstSegmentLostEitherWay_SentAgain_AfterASecond)
@@ -122,15 +137,8 @@ TEST(Retransmission, RequestOfTheConnectionLost_LaterSegmentLost_ThreeSeconds)
     const mantle::CMNClockParticipant participant;
     // A handshake that had to repeat itself measures nothing (Karn's algorithm): the timer begins with 3 s.
     CWire wire;
-    const CSocket listener = Listener(CWire::EndB(7000));
-    CSocket client = Tcp();
-    wire.Cut();
-    EXPECT_EQ(0, Connect(client.Get(), CWire::EndB(7000)));
-    PassStackTime(100);
-    wire.Mend();
-    EXPECT_EQ(PS_POLLOUT, WaitFor(client.Get(), PS_POLLOUT));
-    const CSocket server = Accept(listener);
-    const long long time = TimeToArrive(wire, client, server);
+    const CPair pair = ConnectThroughOutage(wire, 100);
+    const long long time = TimeToArrive(wire, pair.m_Client, pair.m_Server);
     EXPECT_GE(time, 3000 - s_nTickMs);
     EXPECT_LE(time, 3000 + s_nTickMs);
 }
@@ -141,20 +149,13 @@ TEST(Retransmission, RequestOfTheConnectionLost_DataLostTwice_DoublesOnceOnly)
     const mantle::CMNClockParticipant participant;
     // The request's own repetitions once counted for the data: it waited four times as long.
     CWire wire;
-    const CSocket listener = Listener(CWire::EndB(7000));
-    CSocket client = Tcp();
-    wire.Cut();
-    EXPECT_EQ(0, Connect(client.Get(), CWire::EndB(7000)));
-    PassStackTime(4000);  // two of them
-    wire.Mend();
-    EXPECT_EQ(PS_POLLOUT, WaitFor(client.Get(), PS_POLLOUT));
-    const CSocket server = Accept(listener);
+    const CPair pair = ConnectThroughOutage(wire, 4000);  // two requests
     const long long start = StackTimeMs();
     wire.Cut();
-    EXPECT_EQ(100, SendPattern(client.Get(), 0, 100));
+    EXPECT_EQ(100, SendPattern(pair.m_Client.Get(), 0, 100));
     PassStackTime(3500);
     wire.Mend();
-    EXPECT_TRUE(ReceivePattern(server.Get(), 0, 100));
+    EXPECT_TRUE(ReceivePattern(pair.m_Server.Get(), 0, 100));
     EXPECT_LE(StackTimeMs() - start, 9000 + s_nTickMs);
 }
 
