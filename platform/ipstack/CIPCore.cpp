@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "CIPAnswerLimit.h"
 #include "CIPAssertion.h"
 #include "CIPCounters.h"
 #include "CIPDemux.h"
@@ -293,6 +294,7 @@ void CIPCore::StepTimer(long long now)
         }
         m_llTcpDeadline = NeedsTicks() ? NextTick(m_llTcpDeadline, s_llTcpIntervalUs, now) : CIPTimerSource::NoDeadline;
     } else if (m_llReassDeadline <= now) {
+        const CIPAnswerLimit::CScope scope;
         ip_reass_tmr();
         ip6_reass_tmr();
         m_llReassDeadline =

@@ -1,5 +1,6 @@
 #include "CIPDemux.h"
 
+#include "CIPAnswerLimit.h"
 #include "CIPCounters.h"
 #include "CIPDemuxTcp.h"
 #include "CIPDemuxUdp.h"
@@ -13,11 +14,15 @@ err_t CIPDemux::Input(pbuf* packet, netif* link) noexcept
 {
     CIPFlow flow;
     if (!flow.Read(packet)) {
+        const CIPAnswerLimit::CScope scope;
         CIPCounters::AddLocked(CIPCounters::DemuxFull);
         return ip_input(packet, link);
     }
-    return flow.m_bProtocol == IP_PROTO_TCP ? CIPDemuxTcp::Input(flow, packet, link)
-                                            : CIPDemuxUdp::Input(flow, packet, link);
+    if (flow.m_bProtocol == IP_PROTO_TCP) {
+        return CIPDemuxTcp::Input(flow, packet, link);
+    }
+    const CIPAnswerLimit::CScope scope;
+    return CIPDemuxUdp::Input(flow, packet, link);
 }
 
 bool CIPDemux::AddTcp(tcp_pcb* pcb) noexcept

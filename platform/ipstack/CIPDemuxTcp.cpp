@@ -3,6 +3,7 @@
 #include <new>
 #include <vector>
 
+#include "CIPAnswerLimit.h"
 #include "CIPCounters.h"
 #include "lwip/ip.h"
 #include "lwip/priv/tcp_priv.h"
@@ -188,7 +189,10 @@ bool InputToListener(pbuf* packet, netif* link, err_t& result) noexcept
     tcp_active_pcbs = nullptr;
     tcp_tw_pcbs = nullptr;
 
-    result = ip_input(packet, link);
+    {
+        const CIPAnswerLimit::CScope scope;
+        result = ip_input(packet, link);
+    }
 
     tcp_pcb* child = tcp_active_pcbs;
     tcp_active_pcbs = active;

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "CIPAddress.h"
+#include "CIPAnswerLimit.h"
 #include "CIPCore.h"
 #include "CIPDemux.h"
 #include "CIPInputBatch.h"
@@ -308,6 +309,9 @@ err_t CIPLink::OnOutput6(netif* link, pbuf* packet, const ip6_addr_t*)
 
 err_t CIPLink::Enqueue(pbuf* packet)
 {
+    if (CIPAnswerLimit::IsArmed() && !CIPAnswerLimit::MayLeave(packet)) {
+        return ERR_OK;
+    }
     pbuf* copy = pbuf_alloc(PBUF_RAW, packet->tot_len, PBUF_RAM);
     if (!copy) {
         return ERR_MEM;

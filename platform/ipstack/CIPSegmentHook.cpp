@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "CIPSegmentCheck.h"
 #include "lwip/priv/tcp_priv.h"
 #include "lwip_hooks.h"
 
@@ -10,10 +11,6 @@ namespace ipstack
 
 namespace
 {
-
-// The window that a connection is left with once it is established: what it promised in the handshake. lwIP
-// starts a passive one higher when window scaling is agreed.
-constexpr std::uint32_t HandshakeWindow = 65535;
 
 // What may happen to the options that lwIP obeys.
 enum class EOptions
@@ -109,9 +106,7 @@ bool TakesData(const tcp_pcb* pcb) noexcept
 // would go below zero.
 bool IsBeyondWindow(const tcp_pcb* pcb, std::uint32_t start, std::uint32_t end) noexcept
 {
-    const std::uint32_t window =
-        pcb->state == SYN_RCVD ? std::min<std::uint32_t>(pcb->rcv_wnd, HandshakeWindow) : pcb->rcv_wnd;
-    return TCP_SEQ_GT(start, pcb->rcv_nxt) && TCP_SEQ_GT(end, pcb->rcv_nxt + window);
+    return TCP_SEQ_GT(start, pcb->rcv_nxt) && TCP_SEQ_GT(end, pcb->rcv_nxt + CIPSegmentCheck::GetWindow(pcb));
 }
 
 // Data behind a FIN that came out of order, or a second FIN at another place.
@@ -131,12 +126,11 @@ bool IsBeyondFin(const tcp_pcb* pcb, std::uint32_t dataEnd, bool fin) noexcept
     return TCP_SEQ_GT(dataEnd, finAt) || (fin && dataEnd != finAt);
 }
 
-// A bare acknowledgement that tells nothing while our window is shut. lwIP answers it with another one; with both
-// windows shut that goes on for ever.
-bool IsIdleAtZeroWindow(const tcp_pcb* pcb, const tcp_hdr* header) noexcept
+// A bare acknowledgement without news from right behind our window, which is shut or has been filled. lwIP answers it
+// with another one; when the peer stands there too, that goes on for ever.
+bool IsIdleAtWindowEdge(const tcp_pcb* pcb, const tcp_hdr* header) noexcept
 {
-    return pcb->state >= ESTABLISHED && pcb->state != TIME_WAIT && pcb->rcv_wnd == 0 &&
-           TCP_SEQ_GEQ(header->seqno, pcb->rcv_nxt) && header->ackno == pcb->lastack && pcb->unacked == nullptr &&
+    return pcb->state >= ESTABLISHED && header->seqno == pcb->rcv_nxt + pcb->rcv_wnd && header->ackno == pcb->lastack &&
            static_cast<tcpwnd_size_t>(SND_WND_SCALE(pcb, header->wnd)) == pcb->snd_wnd;
 }
 
@@ -176,16 +170,20 @@ CIPCounters::EId CIPSegmentHook::Check(tcp_pcb* pcb, tcp_hdr* header, std::uint1
     if (syn && (flags & (TCP_FIN | TCP_RST)) != 0) {
         return CIPCounters::SegmentBadFlags;
     }
-    if (pcb->state == LISTEN || pcb->state == TIME_WAIT) {
+    if (pcb->state == LISTEN) {
         return Accepted;
     }
     if (syn && (flags & TCP_ACK) != 0 && pcb->state == SYN_RCVD) {
         return CIPCounters::SegmentBadFlags;
     }
+    const std::uint32_t length = packet->tot_len + (syn ? 1U : 0U) + (fin ? 1U : 0U);
+    const CIPCounters::EId verdict = CIPSegmentCheck::Check(pcb, header, length);
+    if (verdict != Accepted || pcb->state == TIME_WAIT) {
+        return verdict;
+    }
 
     KeepSegmentSize(pcb);
     const std::uint32_t dataEnd = header->seqno + packet->tot_len;
-    const std::uint32_t length = packet->tot_len + (syn ? 1U : 0U) + (fin ? 1U : 0U);
     if (length > 0 && TakesData(pcb)) {
         if (IsBeyondWindow(pcb, header->seqno, header->seqno + length)) {
             return CIPCounters::SegmentBeyondWindow;
@@ -194,7 +192,9 @@ CIPCounters::EId CIPSegmentHook::Check(tcp_pcb* pcb, tcp_hdr* header, std::uint1
             return CIPCounters::SegmentBeyondFin;
         }
     }
-    if (length == 0 && (flags & (TCP_ACK | TCP_RST)) == TCP_ACK && IsIdleAtZeroWindow(pcb, header)) {
+    // While data are in flight it may be one of three duplicates.
+    if (length == 0 && (flags & (TCP_ACK | TCP_RST)) == TCP_ACK && IsIdleAtWindowEdge(pcb, header) &&
+        (!pcb->unacked || !CIPSegmentCheck::MayAnswer(pcb))) {
         NoteLife(pcb);
         return CIPCounters::SegmentZeroWindowAck;
     }

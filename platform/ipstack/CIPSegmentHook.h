@@ -13,7 +13,8 @@ struct tcp_pcb;
 namespace ipstack
 {
 
-// Keeps segments away from lwIP that would trip its assertions, corrupt a stream or start an endless exchange.
+// Keeps segments away from lwIP that do not belong to their connection (CIPSegmentCheck), or would trip its assertions,
+// corrupt a stream or start an endless exchange.
 class CIPSegmentHook
 {
 public:

@@ -1,11 +1,11 @@
 #include "CIPTcpBacklog.h"
 
 #include <algorithm>
+#include <new>
 
 #include "CIPCounters.h"
 #include "CIPSocketTable.h"
 #include "CIPSocketTcp.h"
-#include "CIPTcpEnd.h"
 #include "lwip/priv/tcp_priv.h"
 
 namespace ipstack
@@ -14,8 +14,8 @@ namespace ipstack
 namespace
 {
 
-// lwIP's own count of half-open connections goes no further.
-constexpr u8_t s_cHalfOpenMost = 255;
+// lwIP's own count, which stays at 0.
+constexpr u8_t s_cBacklog = 1;
 
 }  // namespace
 
@@ -37,7 +37,7 @@ int CIPTcpBacklog::Open(const CIPAddress& address, int most)
     pcb->local_port = address.m_wPort;
     TCP_REG(&tcp_bound_pcbs, pcb);
     err_t error = ERR_OK;
-    tcp_pcb* listener = tcp_listen_with_backlog_and_err(pcb, s_cHalfOpenMost, &error);
+    tcp_pcb* listener = tcp_listen_with_backlog_and_err(pcb, s_cBacklog, &error);
     if (!listener) {
         tcp_close(pcb);
         return PS_ENOMEM;
@@ -60,13 +60,8 @@ CIPTcpBacklog::~CIPTcpBacklog()
     std::vector<CIPTcpBacklog*>& all = All();
     all.erase(std::remove(all.begin(), all.end(), this), all.end());
     // Half-open connections are reset by lwIP when their last step comes; they know no listener from now on.
-    auto* listener = reinterpret_cast<tcp_pcb_listen*>(m_pListener);
-    for (tcp_pcb* pcb = m_nHalfOpen != 0 ? tcp_active_pcbs : nullptr; pcb; pcb = pcb->next) {
-        if (pcb->listener == listener && pcb->state == SYN_RCVD) {
-            if (auto* end = static_cast<CIPTcpEnd*>(tcp_ext_arg_get(pcb, CIPTcpEnd::s_cExtArg))) {
-                end->DropBacklog();
-            }
-        }
+    while (CIPTcpEnd* end = m_HalfOpen.m_pFirst) {
+        end->DropBacklog();
     }
     tcp_close(m_pListener);
     for (CIPSocketTcp* socket : m_Ready) {
@@ -78,12 +73,23 @@ CIPTcpBacklog::~CIPTcpBacklog()
 err_t CIPTcpBacklog::OnPassiveOpen(u8_t, tcp_pcb_listen* listener, tcp_pcb* pcb)
 {
     auto* backlog = static_cast<CIPTcpBacklog*>(listener->ext_args[CIPTcpEnd::s_cExtArg].data);
-    if (static_cast<int>(backlog->m_Ready.size()) + backlog->m_nHalfOpen >= backlog->m_nMost) {
+    tcp_backlog_accepted(pcb);
+    if (backlog->IsFull()) {
         CIPCounters::Add(CIPCounters::SegmentBacklog);
         return ERR_MEM;  // dropped without an answer
     }
-    ++backlog->m_nHalfOpen;
-    new CIPTcpEnd(pcb, nullptr, backlog);
+    if (!ip_route(&pcb->local_ip, &pcb->remote_ip)) {
+        CIPCounters::Add(CIPCounters::SegmentNoRoute);
+        return ERR_RTE;
+    }
+    auto* end = new (std::nothrow) CIPTcpEnd(pcb, nullptr, backlog);
+    if (!end) {
+        return ERR_MEM;
+    }
+    if (backlog->m_HalfOpen.m_dwCount >= s_dwMostHalfOpen) {
+        backlog->m_HalfOpen.m_pFirst->GiveWay();
+    }
+    backlog->m_HalfOpen.Append(*end);
     return ERR_OK;
 }
 
@@ -94,7 +100,6 @@ err_t CIPTcpBacklog::OnAccept(void* arg, tcp_pcb* pcb, err_t error)
     }
     auto* backlog = static_cast<CIPTcpBacklog*>(arg);
     auto* end = static_cast<CIPTcpEnd*>(tcp_ext_arg_get(pcb, CIPTcpEnd::s_cExtArg));
-    --backlog->m_nHalfOpen;
     backlog->m_Ready.push_back(CIPSocketTcp::MakeAccepted(backlog->m_Owner, *end));
     if (!CIPSocketTable::IsFull()) {
         backlog->m_Owner.RaiseLocked(CIPReadiness::s_dwIn);

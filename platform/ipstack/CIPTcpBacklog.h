@@ -6,22 +6,25 @@
 #include <vector>
 
 #include "CIPAddress.h"
+#include "CIPTcpEnd.h"
 #include "lwip/tcp.h"
 
 namespace ipstack
 {
 
 class CIPSocketTcp;
-class CIPTcpEnd;
 
-// lwIP counts a listener's connections with 8 bits and only while they are half open. Here both are counted: a
-// connection that would be one too many is not acknowledged, so that its peer tries again.
+// The backlog bounds the connections that nobody has accepted; lwIP counts only half-open ones, with 8 bits, and its count
+// is kept at 0. While the accept queue is full no request is answered, and no half-open connection gets through, so that
+// the peers try again. Half-open connections have a bound of their own, which requests with forged sources use up: the
+// oldest then gives way to the newest.
 //
 // Every call: the core lock is held.
 class CIPTcpBacklog
 {
 public:
     static constexpr int s_nMost = 1024;
+    static constexpr unsigned int s_dwMostHalfOpen = 2048;
 
     explicit CIPTcpBacklog(CIPSocketTcp& owner) : m_Owner(owner) {}
     ~CIPTcpBacklog();
@@ -37,8 +40,7 @@ public:
     CIPSocketTcp* Front() const noexcept { return m_Ready.empty() ? nullptr : m_Ready.front(); }
     void Pop() noexcept { m_Ready.pop_front(); }
     bool IsEmpty() const noexcept { return m_Ready.empty(); }
-
-    void OnHalfOpenEnded() noexcept { --m_nHalfOpen; }
+    bool IsFull() const noexcept { return m_Ready.size() >= static_cast<std::size_t>(m_nMost); }
 
     // The socket table was full, so that no accept could succeed, and has room again; or became full.
     static void OnTableRoom();
@@ -52,7 +54,7 @@ private:
     CIPSocketTcp& m_Owner;
     tcp_pcb* m_pListener = nullptr;
     int m_nMost = 0;
-    int m_nHalfOpen = 0;
+    CIPTcpEnd::CList m_HalfOpen;
     std::deque<CIPSocketTcp*> m_Ready;
 
     // All open ones; never destroyed.

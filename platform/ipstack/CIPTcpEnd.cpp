@@ -36,12 +36,14 @@ u32_t GetUnsent(const tcp_pcb* pcb) noexcept
 }  // namespace
 
 CIPTcpEnd::CList CIPTcpEnd::s_Orphans;
+CIPTcpEnd::CList CIPTcpEnd::s_GivenWay;
 CIPTcpEnd* CIPTcpEnd::s_pDead = nullptr;
 int CIPTcpEnd::s_nAbortReason = 0;
 const tcp_ext_arg_callbacks CIPTcpEnd::s_Callbacks = {OnDestroyed, nullptr};
 
 void CIPTcpEnd::CList::Append(CIPTcpEnd& end) noexcept
 {
+    end.m_pList = this;
     end.m_pPrevious = m_pLast;
     end.m_pNext = nullptr;
     (m_pLast ? m_pLast->m_pNext : m_pFirst) = &end;
@@ -54,6 +56,7 @@ void CIPTcpEnd::CList::Remove(CIPTcpEnd& end) noexcept
     (end.m_pPrevious ? end.m_pPrevious->m_pNext : m_pFirst) = end.m_pNext;
     (end.m_pNext ? end.m_pNext->m_pPrevious : m_pLast) = end.m_pPrevious;
     end.m_pPrevious = end.m_pNext = nullptr;
+    end.m_pList = nullptr;
     --m_dwCount;
 }
 
@@ -70,13 +73,28 @@ CIPTcpEnd::CIPTcpEnd(tcp_pcb* pcb, CIPSocketTcp* socket, CIPTcpBacklog* backlog)
 void CIPTcpEnd::Adopt(CIPSocketTcp* socket) noexcept
 {
     m_pSocket = socket;
-    m_pBacklog = nullptr;
+    DropBacklog();
     tcp_arg(m_pPcb, this);
     tcp_recv(m_pPcb, OnReceived);
     tcp_sent(m_pPcb, OnSent);
     tcp_err(m_pPcb, OnError);
     m_pPcb->connected = OnConnected;
     m_bPeerOwn = CIPAddress::IsOwn(m_pPcb->remote_ip);
+}
+
+void CIPTcpEnd::DropBacklog() noexcept
+{
+    m_pBacklog = nullptr;
+    if (m_pList) {
+        m_pList->Remove(*this);
+    }
+}
+
+void CIPTcpEnd::GiveWay() noexcept
+{
+    m_pList->Remove(*this);
+    s_GivenWay.Append(*this);
+    CIPCounters::Add(CIPCounters::TcpHalfOpenDropped);
 }
 
 std::vector<CIPTcpEnd*>& CIPTcpEnd::Unsent()
@@ -151,7 +169,6 @@ void CIPTcpEnd::Orphan(CIPPortTable::CHold&& hold) noexcept
         s_Orphans.m_pFirst->AbortOrphan();
     }
     m_dwProgress = tcp_ticks;
-    m_bOrphan = true;
     s_Orphans.Append(*this);
     // Only the sending side is closed: a peer that goes on sending must not reset what is still to go out.
     SendFin(pcb);
@@ -210,7 +227,6 @@ void CIPTcpEnd::OnSlowTick()
                 tcp_set_flags(end->m_pPcb, TF_RXCLOSED);
             } else if (end->m_pPcb->state == TIME_WAIT) {
                 s_Orphans.Remove(*end);
-                end->m_bOrphan = false;
             }
             end = next;
         }
@@ -246,6 +262,9 @@ void CIPTcpEnd::ReapTimeWait()
 
 void CIPTcpEnd::FreeDeadOnes() noexcept
 {
+    while (CIPTcpEnd* end = s_GivenWay.m_pFirst) {
+        tcp_abandon(end->m_pPcb, 0);  // and with it the end leaves the list
+    }
     while (CIPTcpEnd* end = s_pDead) {
         s_pDead = end->m_pNext;
         if (end->m_pSocket) {
@@ -291,7 +310,7 @@ err_t CIPTcpEnd::OnSent(void* arg, tcp_pcb* pcb, u16_t)
     }
     if (end->m_pSocket) {
         end->m_pSocket->OnSent(pcb);
-    } else if (end->m_bOrphan) {
+    } else if (end->IsOrphan()) {
         pcb->tmr = tcp_ticks;
         end->m_dwProgress = tcp_ticks;
         s_Orphans.Remove(*end);
@@ -341,13 +360,7 @@ void CIPTcpEnd::OnDestroyed(u8_t, void* data)
     end->m_pPcb = nullptr;
     end->m_Hold.Release();
     end->ForgetUnsent();
-    if (end->m_bOrphan) {
-        s_Orphans.Remove(*end);
-        end->m_bOrphan = false;
-    }
-    if (end->m_pBacklog) {
-        end->m_pBacklog->OnHalfOpenEnded();
-    }
+    end->DropBacklog();
     // An error callback may still follow: the end is deleted when the lock is given up.
     end->m_pNext = s_pDead;
     s_pDead = end;

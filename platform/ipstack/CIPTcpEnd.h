@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "CIPAnswerLimit.h"
 #include "CIPPortTable.h"
 #include "lwip/tcp.h"
 
@@ -31,15 +32,30 @@ public:
     // Makes a connection's end for a new pcb: the socket's, or a half-open one of a listener's.
     CIPTcpEnd(tcp_pcb* pcb, CIPSocketTcp* socket, CIPTcpBacklog* backlog);
 
+    // Ends in the order in which they were appended.
+    struct CList
+    {
+        CIPTcpEnd* m_pFirst = nullptr;  // the least recent one
+        CIPTcpEnd* m_pLast = nullptr;
+        unsigned int m_dwCount = 0;
+
+        void Append(CIPTcpEnd& end) noexcept;
+        void Remove(CIPTcpEnd& end) noexcept;
+    };
+
     // Null when lwIP has freed it.
     tcp_pcb* GetPcb() const noexcept { return m_pPcb; }
     CIPTcpBacklog* GetBacklog() const noexcept { return m_pBacklog; }
+    CIPAnswerLimit::CShare& GetAnswerShare() noexcept { return m_AnswerShare; }
 
     // A half-open end becomes an accepted socket's, with the callbacks that go with it.
     void Adopt(CIPSocketTcp* socket) noexcept;
 
-    // A half-open end's listener has been closed; lwIP resets it when its last step comes.
-    void DropBacklog() noexcept { m_pBacklog = nullptr; }
+    // A half-open end leaves its listener's list. Without a listener lwIP resets it when its last step comes.
+    void DropBacklog() noexcept;
+
+    // A half-open end makes room: it is ended without a word, with the dead, unless its last step comes first.
+    void GiveWay() noexcept;
 
     // The socket lets go. Orphan: what was accepted for sending still goes, then the connection ends; `hold` is
     // kept until lwIP has freed the pcb. Abort: reset at once.
@@ -80,10 +96,10 @@ public:
     // on a wire between two links.
     static void ReapTimeWait();
 
-    // Deletes the ends whose pcb lwIP has freed. Not inside a callback.
+    // Ends half-open ones that gave way, and deletes the ends whose pcb lwIP has freed. Not inside a callback.
     static void FreeDead() noexcept
     {
-        if (s_pDead) {
+        if (s_pDead || s_GivenWay.m_pFirst) {
             FreeDeadOnes();
         }
     }
@@ -91,18 +107,6 @@ public:
     static unsigned int GetOrphanCount() noexcept { return s_Orphans.m_dwCount; }
 
 private:
-    friend class CIPTcpBacklog;
-
-    struct CList
-    {
-        CIPTcpEnd* m_pFirst = nullptr;  // the least recent one
-        CIPTcpEnd* m_pLast = nullptr;
-        unsigned int m_dwCount = 0;
-
-        void Append(CIPTcpEnd& end) noexcept;
-        void Remove(CIPTcpEnd& end) noexcept;
-    };
-
     ~CIPTcpEnd() = default;
 
     static err_t OnReceived(void* arg, tcp_pcb* pcb, pbuf* packet, err_t error);
@@ -113,6 +117,7 @@ private:
     static void FreeDeadOnes() noexcept;
     static const tcp_ext_arg_callbacks s_Callbacks;
 
+    bool IsOrphan() const noexcept { return m_pList == &s_Orphans; }
     static void ProbeWindows();
     void ForgetUnsent() noexcept;
     err_t Discard(tcp_pcb* pcb, pbuf* packet) noexcept;
@@ -122,19 +127,21 @@ private:
     CIPSocketTcp* m_pSocket;
     CIPTcpBacklog* m_pBacklog;
     CIPPortTable::CHold m_Hold;        // an orphan's
-    CIPTcpEnd* m_pPrevious = nullptr;  // in s_Orphans
-    CIPTcpEnd* m_pNext = nullptr;      // in s_Orphans, then in the list of the dead
-    bool m_bOrphan = false;            // in s_Orphans
-    u32_t m_dwProgress = 0;            // an orphan's last progress, in slow ticks
-    bool m_bPeerOwn = false;           // the peer is this stack too
-    u8_t m_cProbes = 0;                // sent without the window having opened
-    u16_t m_wProbeTicks = 0;           // since the last of them, or since the window closed
-    std::size_t m_nUnsent = s_nNone;   // place in the list of those with unsent data
+    CList* m_pList = nullptr;          // orphans, a listener's half-open ones, or those that gave way
+    CIPTcpEnd* m_pPrevious = nullptr;  // in that list
+    CIPTcpEnd* m_pNext = nullptr;      // in that list, then in the list of the dead
+    CIPAnswerLimit::CShare m_AnswerShare;
+    u32_t m_dwProgress = 0;           // an orphan's last progress, in slow ticks
+    bool m_bPeerOwn = false;          // the peer is this stack too
+    u8_t m_cProbes = 0;               // sent without the window having opened
+    u16_t m_wProbeTicks = 0;          // since the last of them, or since the window closed
+    std::size_t m_nUnsent = s_nNone;  // place in the list of those with unsent data
 
     static constexpr std::size_t s_nNone = ~std::size_t{0};
 
     static std::vector<CIPTcpEnd*>& Unsent();
     static CList s_Orphans;
+    static CList s_GivenWay;
     static CIPTcpEnd* s_pDead;
     static int s_nAbortReason;
 };

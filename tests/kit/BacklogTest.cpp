@@ -175,48 +175,6 @@ TEST(Backlog, ListenerClosed_WaitingConnections_End)
     }
 }
 
-TEST(Backlog, ManyHalfOpen_BeyondEightBits_NotAcknowledged)
-{
-    constexpr unsigned int asked = 300;
-    constexpr unsigned int most = 255;
-    CLink link("10.9.0.1");
-    const CSocket listener = Listener(CAddress::V4(10, 9, 0, 1, 0), 1024);
-    const CAddress at = LocalAddress(listener.Get());
-    const auto ask = [&](unsigned int port) {
-        EXPECT_EQ(0U, link.Inject(TcpPacket(CAddress::V4(10, 9, 0, 2, port), at, s_cTcpSyn, 1000, 0)));
-    };
-    for (unsigned int i = 0; i < asked; ++i) {
-        ask(20000 + i);
-    }
-    // An answer to a ping shows that all before it has been worked off.
-    EXPECT_EQ(0U, link.Inject(EchoRequest(CAddress::V4(10, 9, 0, 2, 0), at, 7, 1)));
-    std::set<unsigned int> answered;
-    CBytes reply = link.Take([&](const CBytes& packet) {
-        if (packet.size() >= s_dwIpHeader + s_dwTcpHeader && packet[9] == PS_IPPROTO_TCP) {
-            EXPECT_EQ(s_cTcpSyn | s_cTcpAck, TcpFlags(packet));
-            answered.insert(Get16(packet, HeaderLength(packet) + 2));
-        }
-        return IsEchoReply(packet, 7, 1);
-    });
-    EXPECT_FALSE(reply.empty());
-    EXPECT_EQ(most, answered.size());
-    EXPECT_EQ(0, Look(listener.Get()));
-
-    // One that was answered gives up; another gets its place.
-    const unsigned int leaving = *answered.begin();
-    const unsigned int coming = 20000 + asked;
-    ask(coming);
-    EXPECT_EQ(0U, link.Inject(EchoRequest(CAddress::V4(10, 9, 0, 2, 0), at, 7, 2)));
-    EXPECT_FALSE(link.Take([&](const CBytes& packet) {
-                         EXPECT_FALSE(IsTcp(packet, coming));
-                         return IsEchoReply(packet, 7, 2);
-                     })
-                     .empty());
-    EXPECT_EQ(0U, link.Inject(TcpPacket(CAddress::V4(10, 9, 0, 2, leaving), at, s_cTcpRst, 1001, 0)));
-    ask(coming);
-    EXPECT_FALSE(link.Take([&](const CBytes& packet) { return IsTcp(packet, coming); }).empty());
-}
-
 TEST(Backlog, HalfOpenFinishes_Accept_Handed)
 {
     CLink link("10.9.0.1");

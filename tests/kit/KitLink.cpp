@@ -7,11 +7,12 @@
 namespace kit
 {
 
-CLink::CLink(const std::string& address, const std::string& address6, unsigned int mtu)
+CLink::CLink(const std::string& address, const std::string& address6, unsigned int mtu, const std::string& mask)
 {
     StartStack();
     ipstack::CIPStackConfig config;
     config.m_strAddress = address;
+    config.m_strMask = mask;
     config.m_strAddress6 = address6;
     config.m_dwMtu = mtu;
     EXPECT_EQ(0U, ipstack::IIPStackManager::Instance()->CreateStack(config, this, m_pStack));

@@ -20,7 +20,8 @@ class CLink : public ipstack::IIPStackLowLevel
 {
 public:
     // "10.9.0.1" and, where given, an IPv6 address; a failure to make the link fails the case.
-    explicit CLink(const std::string& address, const std::string& address6 = std::string(), unsigned int mtu = 1400);
+    explicit CLink(const std::string& address, const std::string& address6 = std::string(), unsigned int mtu = 1400,
+                   const std::string& mask = "255.255.255.0");
     ~CLink() override;
 
     unsigned long IPStackLowLevelOutput(const char* data, unsigned long length, unsigned char flag) override;

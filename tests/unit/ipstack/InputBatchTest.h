@@ -13,6 +13,7 @@
 #include "ipstack/ipstack.h"
 #include "mantle/CMNBurst.h"
 #include "mantle/MNDefines.h"
+#include "platform/ipstack/CIPAnswerLimit.h"
 
 namespace inputbatch
 {
@@ -81,6 +82,8 @@ protected:
     InputBatchTest()
     {
         socketsupport::Start();
+        // Pings are what these cases count with.
+        ipstack::CIPAnswerLimit::SetMost(ipstack::CIPAnswerLimit::EchoReply, {1000000, 1000000});
         m_pLinkA = MakeLink(m_BelowA, "10.8.0.1");
         m_pLinkB = MakeLink(m_BelowB, "10.8.1.1");
     }
