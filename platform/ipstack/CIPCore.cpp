@@ -9,6 +9,7 @@
 #include "CIPDemux.h"
 #include "CIPInputBatch.h"
 #include "CIPLink.h"
+#include "CIPPacketFilter.h"
 #include "CIPStackThread.h"
 #include "CIPTcpEnd.h"
 #include "lwip/init.h"
@@ -268,6 +269,10 @@ unsigned int CIPCore::DrainStretch(unsigned int limit)
                 LINK_STATS_INC(link.recv);
                 MIB2_STATS_NETIF_ADD(link, ifinoctets, packet->tot_len);
                 MIB2_STATS_NETIF_INC(link, ifinucastpkts);
+                packet = CIPPacketFilter::AdmitLooped(packet);
+                if (!packet) {
+                    continue;
+                }
                 if (IsFragment(packet)) {
                     NoteFragment();
                 }

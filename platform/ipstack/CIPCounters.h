@@ -12,7 +12,8 @@ namespace ipstack
 {
 
 // Each counter: its identifier and its name. The filter's rows are the reasons why a link's packet was dropped
-// before the stack saw it: link.in = link.delivered + the sum of filter.*.
+// before the stack saw it: link.in = link.delivered + the sum of filter.*. What the stack sends to itself is no link's:
+// loop.* are the reasons why such a packet was dropped.
 #define UXPORT_IPSTACK_COUNTERS(X)                         \
   X(LinkIn, "link.in")                                     \
   X(LinkInBytes, "link.in_bytes")                          \
@@ -40,6 +41,8 @@ namespace ipstack
   X(FilterNeighbour, "filter.neighbour_discovery")         \
   X(FilterNoMemory, "filter.no_memory")                    \
   X(FilterLinkClosing, "filter.link_closing")              \
+  X(LoopMalformed, "loop.malformed")                       \
+  X(LoopNoMemory, "loop.no_memory")                        \
   X(SegmentBadOption, "segment.bad_option")                \
   X(SegmentBadFlags, "segment.bad_flags")                  \
   X(SegmentBeyondWindow, "segment.beyond_window")          \

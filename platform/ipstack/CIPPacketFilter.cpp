@@ -22,6 +22,12 @@ constexpr std::size_t MaxPbufLength = 0xFFFF;
 
 constexpr std::size_t HeaderLength4 = 20;
 constexpr std::size_t HeaderLength6 = 40;
+constexpr std::uint8_t PlainHeader4 = 0x45;  // version 4, five words: no options
+
+// Protocol numbers (RFC 791, RFC 8200).
+constexpr std::uint8_t ProtocolIcmp = 1;
+constexpr std::uint8_t ProtocolTcp = 6;
+constexpr std::uint8_t ProtocolUdp = 17;
 
 // RFC 791: offset field of the IPv4 header.
 constexpr unsigned int MoreFragments4 = 0x2000;
@@ -108,8 +114,10 @@ EVerdict CheckAddresses4(const std::uint8_t* data, const CIPLinkFacts& facts) no
     if (source[0] >= 224 || sourceWord == 0) {
         return CIPCounters::FilterBadSource;
     }
-    if (facts.m_pOwn->Has4(sourceWord) && (sourceWord != facts.m_dwPartner4 || sourceWord == destinationWord)) {
-        return CIPCounters::FilterOwnSource;
+    if (facts.m_pOwn->Has4(sourceWord)) {
+        if (sourceWord != facts.m_dwPartner4 || sourceWord == destinationWord) {
+            return CIPCounters::FilterOwnSource;
+        }
     }
     if ((destination[0] & 0xF0) == 0xE0) {
         return CIPCounters::FilterMulticast;
@@ -120,29 +128,42 @@ EVerdict CheckAddresses4(const std::uint8_t* data, const CIPLinkFacts& facts) no
     return Accepted;
 }
 
-EVerdict Check4(const std::uint8_t* data, std::size_t length, const CIPLinkFacts& facts) noexcept
+std::size_t GetHeaderLength4(const std::uint8_t* data) noexcept
+{
+    return static_cast<std::size_t>(data[0] & 0x0F) * 4;
+}
+
+EVerdict CheckLengths4(const std::uint8_t* data, std::size_t length) noexcept
 {
     if (length < HeaderLength4) {
         return CIPCounters::FilterTooShort;
     }
-    const std::size_t header = static_cast<std::size_t>(data[0] & 0x0F) * 4;
+    const std::size_t header = GetHeaderLength4(data);
     const std::size_t total = Load16(data + 2);
     if (header < HeaderLength4) {
         return CIPCounters::FilterHeaderLength;
     }
-    if (total < header || total > length) {
-        return CIPCounters::FilterTotalLength;
-    }
-    const EVerdict addresses = CheckAddresses4(data, facts);
-    if (addresses != Accepted) {
-        return addresses;
-    }
+    return total < header || total > length ? CIPCounters::FilterTotalLength : Accepted;
+}
+
+EVerdict CheckFragment4(const std::uint8_t* data) noexcept
+{
     const unsigned int fragment = Load16(data + 6);
-    if ((fragment & (MoreFragments4 | OffsetMask4)) != 0) {
-        return CheckFragment((fragment & MoreFragments4) != 0, static_cast<std::size_t>(fragment & OffsetMask4) * 8,
-                             total - header, CIPPacketFilter::MaxReassembled4);
+    if ((fragment & (MoreFragments4 | OffsetMask4)) == 0) {
+        return Accepted;
     }
-    return Accepted;
+    return CheckFragment((fragment & MoreFragments4) != 0, static_cast<std::size_t>(fragment & OffsetMask4) * 8,
+                         Load16(data + 2) - GetHeaderLength4(data), CIPPacketFilter::MaxReassembled4);
+}
+
+// `facts`: null for what this stack has sent to itself, whose addresses may be any.
+EVerdict Check4(const std::uint8_t* data, std::size_t length, const CIPLinkFacts* facts) noexcept
+{
+    EVerdict verdict = CheckLengths4(data, length);
+    if (verdict == Accepted && facts != nullptr) {
+        verdict = CheckAddresses4(data, *facts);
+    }
+    return verdict != Accepted ? verdict : CheckFragment4(data);
 }
 
 EVerdict CheckAddresses6(const std::uint8_t* data, const CIPLinkFacts& facts) noexcept
@@ -237,7 +258,7 @@ EVerdict CheckExtensions6(const std::uint8_t* data, std::size_t end) noexcept
     return Accepted;
 }
 
-EVerdict Check6(const std::uint8_t* data, std::size_t length, const CIPLinkFacts& facts) noexcept
+EVerdict Check6(const std::uint8_t* data, std::size_t length, const CIPLinkFacts* facts) noexcept
 {
     if (length < HeaderLength6) {
         return CIPCounters::FilterTooShort;
@@ -246,8 +267,31 @@ EVerdict Check6(const std::uint8_t* data, std::size_t length, const CIPLinkFacts
     if (end > length) {
         return CIPCounters::FilterTotalLength;
     }
-    const EVerdict addresses = CheckAddresses6(data, facts);
+    const EVerdict addresses = facts == nullptr ? Accepted : CheckAddresses6(data, *facts);
     return addresses != Accepted ? addresses : CheckExtensions6(data, end);
+}
+
+EVerdict CheckVersion(const std::uint8_t* data, std::size_t length, const CIPLinkFacts* facts) noexcept
+{
+    switch (data[0] >> 4) {
+    case 4:
+        return Check4(data, length, facts);
+    case 6:
+        return Check6(data, length, facts);
+    default:
+        return CIPCounters::FilterVersion;
+    }
+}
+
+// What lwIP makes for TCP, UDP and ICMP: a bare header in front of a whole message.
+bool IsPlain(const std::uint8_t* data, std::size_t length) noexcept
+{
+    if (length >= HeaderLength4 && data[0] == PlainHeader4) {
+        return Load16(data + 2) == length && (Load16(data + 6) & (MoreFragments4 | OffsetMask4)) == 0 &&
+               (data[9] == ProtocolTcp || data[9] == ProtocolUdp || data[9] == ProtocolIcmp);
+    }
+    return length >= HeaderLength6 && data[0] >> 4 == 6 && HeaderLength6 + Load16(data + 4) == length &&
+           (data[6] == ProtocolTcp || data[6] == ProtocolUdp);
 }
 
 // Counts a packet that came in, and the reason when it may not pass.
@@ -284,14 +328,12 @@ CIPCounters::EId CIPPacketFilter::Check(const std::uint8_t* data, std::size_t le
     if (length > facts.m_dwMtu) {
         return CIPCounters::FilterTooLong;
     }
-    switch (data[0] >> 4) {
-    case 4:
-        return Check4(data, length, facts);
-    case 6:
-        return Check6(data, length, facts);
-    default:
-        return CIPCounters::FilterVersion;
-    }
+    return CheckVersion(data, length, &facts);
+}
+
+CIPCounters::EId CIPPacketFilter::CheckLooped(const std::uint8_t* data, std::size_t length) noexcept
+{
+    return length == 0 ? CIPCounters::FilterTooShort : CheckVersion(data, length, nullptr);
 }
 
 pbuf* CIPPacketFilter::Copy(const void* data, std::size_t length) noexcept
@@ -328,6 +370,25 @@ pbuf* CIPPacketFilter::Admit(netif* link, pbuf* packet) noexcept
     }
     CIPCounters::Add(CIPCounters::LinkDelivered);
     return packet;
+}
+
+pbuf* CIPPacketFilter::AdmitLooped(pbuf* packet) noexcept
+{
+    const auto* data = static_cast<const std::uint8_t*>(packet->payload);
+    if (IsPlain(data, packet->len)) {
+        return packet;
+    }
+    pbuf* copy = nullptr;
+    if (CheckLooped(data, packet->len) != Accepted) {
+        CIPCounters::AddLocked(CIPCounters::LoopMalformed);
+    } else {
+        copy = Copy(data, packet->len);
+        if (copy == nullptr) {
+            CIPCounters::AddLocked(CIPCounters::LoopNoMemory);
+        }
+    }
+    pbuf_free(packet);
+    return copy;
 }
 
 }  // namespace ipstack

@@ -1,4 +1,4 @@
-// Looks at a link's packets before the stack does.
+// Looks at packets before the stack does.
 #ifndef IPSTACK_CIPPACKETFILTER_H
 #define IPSTACK_CIPPACKETFILTER_H
 
@@ -40,7 +40,7 @@ struct CIPLinkFacts
 };
 
 // Keeps out what lwIP must not see: malformed packets (some of which would lead it outside the packet or into a
-// corrupt reassembly), forged sources, and what is not for this stack.
+// corrupt reassembly), and of a link's also forged sources and what is not for this stack.
 class CIPPacketFilter
 {
 public:
@@ -55,12 +55,20 @@ public:
     // Looks at the bytes only. Returns: Accepted, or the counter that names the reason to drop it.
     static CIPCounters::EId Check(const std::uint8_t* data, std::size_t length, const CIPLinkFacts& facts) noexcept;
 
+    // The same for what this stack has sent to an address of its own: any address and any length may be.
+    static CIPCounters::EId CheckLooped(const std::uint8_t* data, std::size_t length) noexcept;
+
     // Counts and checks a packet of `link` (known to CIPLinkTable) and copies it for the stack. State: the core
     // lock is held. Returns: the packet, for CIPDemux::Input; null when it was dropped and counted.
     static pbuf* Admit(netif* link, const void* data, std::size_t length) noexcept;
 
     // The same for what Copy has copied already: it is freed when it is dropped.
     static pbuf* Admit(netif* link, pbuf* packet) noexcept;
+
+    // Checks a packet from a link's own queue, flat and exactly as long as its buffer. What is not plainly made by lwIP
+    // may be a program's, through a raw socket. State: the core lock is held. Returns: the packet or, with spare bytes
+    // behind it, a copy; null when it was dropped and counted.
+    static pbuf* AdmitLooped(pbuf* packet) noexcept;
 
     // A flat copy with spare bytes behind its end, for parsers that look a byte too far. Thread: any. Returns: null
     // when there is no memory.

@@ -12,6 +12,8 @@ namespace
 constexpr unsigned long s_dwMostPacket = 0xFFFF;
 constexpr unsigned long s_dwMostPayload = s_dwMostPacket - IP_HLEN;
 
+constexpr long s_nChecksumLength = 2;
+
 // The protocol number that says that the sender always writes the header.
 constexpr u8_t s_cProtocolRaw = 255;
 
@@ -109,6 +111,10 @@ long CIPSocketRaw::Send(const ps_iovec* pieces, unsigned long count, const CIPAd
         return -error;
     }
     const long length = packet->tot_len;
+    if (m_pPcb->chksum_reqd && length < m_pPcb->chksum_offset + s_nChecksumLength) {
+        pbuf_free(packet);
+        return -PS_EINVAL;  // its place lies behind the payload
+    }
     const err_t sent = raw_sendto_if_src(m_pPcb, packet, &destination.m_Ip, link, &source);
     pbuf_free(packet);
     if (sent == ERR_OK) {

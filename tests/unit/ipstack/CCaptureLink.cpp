@@ -96,7 +96,10 @@ unsigned int CCaptureLink::Pump()
                     link->loop_last = nullptr;
                 }
                 packet->next = nullptr;
-                CIPDemux::Input(packet, link);
+                packet = CIPPacketFilter::AdmitLooped(packet);
+                if (packet != nullptr) {
+                    CIPDemux::Input(packet, link);
+                }
                 found = true;
                 ++count;
             }
