@@ -47,6 +47,8 @@ public:
         return Step(hash, ip_2_ip4(&address)->addr);
     }
 
+    std::uint64_t Word(std::uint64_t word) const noexcept { return Step(m_Secret[0], word); }
+
 private:
     CIPFlowMixer() noexcept;
 

@@ -8,6 +8,7 @@
 #include "CIPAnswerLimit.h"
 #include "CIPCore.h"
 #include "CIPDemux.h"
+#include "CIPIdentification.h"
 #include "CIPInputBatch.h"
 #include "CIPLinkTable.h"
 #include "CIPPacketFilter.h"
@@ -317,6 +318,7 @@ err_t CIPLink::Enqueue(pbuf* packet)
         return ERR_MEM;
     }
     pbuf_copy_partial(packet, copy->payload, packet->tot_len, 0);
+    CIPIdentification::Write(static_cast<std::uint8_t*>(copy->payload), copy->len);
     {
         Guard guard(m_Mutex);
         if (m_dwQueued >= s_dwQueueLimit) {

@@ -1,6 +1,7 @@
 #include "CIPSocketRaw.h"
 
 #include "CIPError.h"
+#include "CIPIdentification.h"
 #include "lwip/ip.h"
 
 namespace ipstack
@@ -115,6 +116,9 @@ long CIPSocketRaw::Send(const ps_iovec* pieces, unsigned long count, const CIPAd
         pbuf_free(packet);
         return -PS_EINVAL;  // its place lies behind the payload
     }
+    // The identification is the program's: in a header it has written, or in a fragment.
+    const bool fragment = m_pPcb->protocol == IP6_NEXTH_FRAGMENT && length + IP6_HLEN <= link->mtu;
+    const CIPIdentification::CKeep keep(header || (fragment && GetFamily() == PS_AF_INET6));
     const err_t sent = raw_sendto_if_src(m_pPcb, packet, &destination.m_Ip, link, &source);
     pbuf_free(packet);
     if (sent == ERR_OK) {
