@@ -72,6 +72,7 @@ namespace ipstack
   X(DrainLimit, "drain.limit")                             \
   X(AssertionFailed, "stack.assertion")                    \
   X(CoreLockMissing, "stack.core_lock_missing")            \
+  X(IcmpOfBroadcast, "icmp.of_broadcast")                  \
   X(TcpUnreadDiscarded, "tcp.unread_discarded_bytes")      \
   X(TcpUnsentDiscarded, "tcp.unsent_discarded_bytes")      \
   X(TcpOrphanAborted, "tcp.orphan_aborted")                \

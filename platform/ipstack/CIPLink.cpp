@@ -13,8 +13,10 @@
 #include "CIPLinkTable.h"
 #include "CIPPacketFilter.h"
 #include "CIPTcpEnd.h"
+#include "lwip/ip.h"
 #include "lwip/pbuf.h"
 #include "lwip/priv/tcp_priv.h"
+#include "lwip/prot/icmp.h"
 #include "mantle/CMNBurst.h"
 #include "mantle/MNDefines.h"
 
@@ -65,6 +67,20 @@ unsigned int CountLinks()
         ++count;
     }
     return count;
+}
+
+// That the rest of a broadcast did not come is nobody's to be told (RFC 1122, section 3.2.2); lwIP tells.
+bool IsTimeExceededOfBroadcast(const pbuf* packet)
+{
+    constexpr u16_t quoted = IP_HLEN + 8;  // behind the ICMP header
+    const auto* data = static_cast<const u8_t*>(packet->payload);
+    if (packet->len < quoted + IP_HLEN || IPH_PROTO(static_cast<const ip_hdr*>(packet->payload)) != IP_PROTO_ICMP ||
+        data[IP_HLEN] != ICMP_TE) {
+        return false;
+    }
+    ip_hdr header;
+    std::memcpy(&header, data + quoted, sizeof(header));
+    return header.dest.addr == IPADDR_BROADCAST;
 }
 
 }  // namespace
@@ -300,6 +316,10 @@ err_t CIPLink::OnInit(netif* link)
 
 err_t CIPLink::OnOutput4(netif* link, pbuf* packet, const ip4_addr_t*)
 {
+    if (CIPAnswerLimit::IsArmed() && IsTimeExceededOfBroadcast(packet)) {
+        CIPCounters::AddLocked(CIPCounters::IcmpOfBroadcast);
+        return ERR_OK;
+    }
     return static_cast<CIPLink*>(link->state)->Enqueue(packet);
 }
 

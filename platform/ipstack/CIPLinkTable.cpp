@@ -154,6 +154,11 @@ void CIPLinkTable::AddLink(netif* link)
     entry->m_pLink = link;
     entry->m_Facts.m_dwMtu = link->mtu;
     entry->m_Facts.m_pOwn = &Table().m_Own;
+    const std::uint32_t hosts = ~netif_ip4_netmask(link)->addr;
+    if ((hosts & (hosts - 1)) != 0) {  // two bits at least
+        entry->m_Facts.m_dwNetwork4 = netif_ip4_addr(link)->addr & ~hosts;
+        entry->m_Facts.m_dwBroadcast4 = netif_ip4_addr(link)->addr | hosts;
+    }
     Table().m_Entries.push_back(std::move(entry));
     Rebuild();
 }

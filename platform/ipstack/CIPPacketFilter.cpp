@@ -118,6 +118,8 @@ EVerdict CheckAddresses4(const std::uint8_t* data, const CIPLinkFacts& facts) no
         if (sourceWord != facts.m_dwPartner4 || sourceWord == destinationWord) {
             return CIPCounters::FilterOwnSource;
         }
+    } else if (sourceWord == facts.m_dwNetwork4 || sourceWord == facts.m_dwBroadcast4) {
+        return CIPCounters::FilterBadSource;
     }
     if ((destination[0] & 0xF0) == 0xE0) {
         return CIPCounters::FilterMulticast;

@@ -33,6 +33,10 @@ struct CIPLinkFacts
 {
     unsigned int m_dwMtu = 0;
     const CIPOwnAddresses* m_pOwn = nullptr;
+    // The first and the last address of the link's network, which are nobody's (RFC 1122, section 3.2.1.3); 0 where
+    // the mask leaves at most one bit (RFC 3021) or none.
+    std::uint32_t m_dwNetwork4 = 0;
+    std::uint32_t m_dwBroadcast4 = 0;
     // The other end of a wire between two links of this stack: an own address that may be a source here.
     std::uint32_t m_dwPartner4 = 0;
     bool m_bPartner6 = false;
