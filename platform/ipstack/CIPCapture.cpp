@@ -1,12 +1,14 @@
 #include "ipstack/CIPCapture.h"
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 
 #include "CIPCounters.h"
 #include "mantle/CMNClock.h"
 #include "mantle/CMNMutexThread.h"
+#include "mantle/IMNTraceManager.h"
 #include "mantle/MNDefines.h"
 
 namespace ipstack
@@ -46,6 +48,7 @@ struct CPacketHeader
 static_assert(sizeof(CPacketHeader) == 16);
 
 constexpr std::size_t s_nFileBuffer = 256 * 1024;
+constexpr std::size_t s_nTextLength = 128;  // a trace line
 constexpr long long s_llNsPerSecond = 1000000000;
 constexpr long long s_llNsPerUs = 1000;
 
@@ -73,70 +76,118 @@ public:
         if (m_pFile) {
             return mantle::MN_ERROR_ALREADY_INITIALIZED;
         }
+        m_nState.store(Off);
         m_pFile = std::fopen(path.c_str(), "wbe");
         if (!m_pFile) {
+            m_nError.store(errno);
             return mantle::MN_ERROR_FAILURE;
         }
         std::setvbuf(m_pFile, nullptr, _IOFBF, s_nFileBuffer);
         const CFileHeader header;
         if (std::fwrite(&header, sizeof(header), 1, m_pFile) != 1 || std::fflush(m_pFile) != 0) {
+            m_nError.store(errno);
             Close();
             return mantle::MN_ERROR_FAILURE;
         }
+        m_nError.store(0);
         m_qwPackets.store(0);
         m_llFlushed = NowNs();
-        m_bOn.store(true);
+        m_nState.store(On);
         return mantle::MN_OK;
     }
 
     void Stop()
     {
-        Guard guard(m_Mutex);
-        Close();
+        int error = 0;
+        {
+            Guard guard(m_Mutex);
+            m_nState.store(Off);
+            error = Close();
+            if (error != 0) {
+                m_nError.store(error);
+            }
+        }
+        if (error != 0) {
+            CIPCounters::Add(CIPCounters::CaptureFailed);
+            Tell(error);
+        }
     }
 
     void Write(const char* data, unsigned long length)
     {
-        if (!m_bOn.load(std::memory_order_relaxed)) {
+        const EState state = m_nState.load(std::memory_order_relaxed);
+        if (state == Off) {
             return;
         }
-        Guard guard(m_Mutex);
-        if (!m_pFile) {
-            return;
+        int error = 0;
+        if (state == On) {
+            Guard guard(m_Mutex);
+            if (m_pFile) {
+                if (WriteRecord(data, length)) {
+                    m_qwPackets.fetch_add(1, std::memory_order_relaxed);
+                    return;
+                }
+                error = errno;
+                m_nError.store(error);
+                m_nState.store(Failed);
+                Close();
+            } else if (m_nState.load() != Failed) {
+                return;
+            }
         }
+        CIPCounters::Add(CIPCounters::CaptureFailed);
+        if (error != 0) {
+            Tell(error);
+        }
+    }
+
+    enum EState : int
+    {
+        Off,
+        On,
+        Failed  // until Stop or Start
+    };
+
+    IIPStackLowLevel& m_Below;
+    std::atomic<IIPStack*> m_pStack{nullptr};
+    std::atomic<EState> m_nState{Off};
+    std::atomic<int> m_nError{0};
+    std::atomic<std::uint64_t> m_qwPackets{0};
+
+private:
+    bool WriteRecord(const char* data, unsigned long length) MN_REQUIRES(m_Mutex)
+    {
         const long long now = NowNs();
         const auto stored = static_cast<std::uint32_t>(length < s_dwSnapLength ? length : s_dwSnapLength);
         const CPacketHeader header{static_cast<std::uint32_t>(now / s_llNsPerSecond),
                                    static_cast<std::uint32_t>(now % s_llNsPerSecond), stored,
                                    static_cast<std::uint32_t>(length)};
-        bool written = std::fwrite(&header, sizeof(header), 1, m_pFile) == 1 &&
-                       (stored == 0 || std::fwrite(data, stored, 1, m_pFile) == 1);
+        if (std::fwrite(&header, sizeof(header), 1, m_pFile) != 1 ||
+            (stored != 0 && std::fwrite(data, stored, 1, m_pFile) != 1)) {
+            return false;
+        }
         // Whoever reads along need not wait longer than this.
-        if (written && now - m_llFlushed >= s_llNsPerSecond) {
+        if (now - m_llFlushed >= s_llNsPerSecond) {
             m_llFlushed = now;
-            written = std::fflush(m_pFile) == 0;
+            return std::fflush(m_pFile) == 0;
         }
-        if (!written) {
-            CIPCounters::Add(CIPCounters::CaptureFailed);
-            Close();
-            return;
-        }
-        m_qwPackets.fetch_add(1, std::memory_order_relaxed);
+        return true;
     }
 
-    IIPStackLowLevel& m_Below;
-    std::atomic<IIPStack*> m_pStack{nullptr};
-    std::atomic<bool> m_bOn{false};
-    std::atomic<std::uint64_t> m_qwPackets{0};
-
-private:
-    void Close() MN_REQUIRES(m_Mutex)
+    // Returns: 0, or the system's error number.
+    int Close() MN_REQUIRES(m_Mutex)
     {
-        m_bOn.store(false);
-        if (m_pFile && std::fclose(m_pFile) != 0) {
-            CIPCounters::Add(CIPCounters::CaptureFailed);
-        }
+        const int error = m_pFile && std::fclose(m_pFile) != 0 ? errno : 0;
         m_pFile = nullptr;
+        return error;
+    }
+
+    // No lock is held: the sink is a stranger's.
+    static void Tell(int error)
+    {
+        char text[s_nTextLength];
+        mantle::Text_Formator(text, sizeof(text)) << "ipstack: capture ended by the system's error " << error;
+        mantle::IMNTraceManager::Instance()->Trace(0, text);
     }
 
     mantle::CMNMutexThread m_Mutex;
@@ -165,7 +216,12 @@ void CIPCapture::Stop()
 
 bool CIPCapture::IsOn() const
 {
-    return m_pImpl->m_bOn.load();
+    return m_pImpl->m_nState.load() == CImpl::On;
+}
+
+int CIPCapture::GetSystemError() const
+{
+    return m_pImpl->m_nError.load();
 }
 
 std::uint64_t CIPCapture::GetPackets() const

@@ -1,5 +1,6 @@
 #include "ipstack/CIPTunDevice.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <vector>
@@ -7,6 +8,7 @@
 #include "CIPCounters.h"
 #include "mantle/CMNBurst.h"
 #include "mantle/CMNThread.h"
+#include "mantle/IMNTraceManager.h"
 #include "mantle/MNDefines.h"
 
 #if defined(__linux__)
@@ -29,6 +31,13 @@ namespace
 
 const char* const s_szClone = "/dev/net/tun";
 constexpr std::size_t s_nLongestPacket = 65536;
+constexpr std::size_t s_nTextLength = 80;  // a trace line
+
+// What the system answers of a device that has gone; a device that is down answers EIO and may come up again.
+bool IsGone(int error)
+{
+    return error == EBADFD || error == ENODEV || error == ENXIO || error == EBADF;
+}
 
 }  // namespace
 
@@ -78,7 +87,7 @@ public:
         }
         std::uint64_t left;
         [[maybe_unused]] const ssize_t taken = ::read(m_nWake, &left, sizeof(left));
-        auto reader = std::make_unique<CReader>(m_nHandle, m_nWake, *stack);
+        auto reader = std::make_unique<CReader>(*this, *stack);
         if (reader->Create(mantle::CMNThreadManager::Instance()->GetNewThreadType()) != mantle::MN_OK) {
             return mantle::MN_ERROR_FAILURE;
         }
@@ -95,7 +104,7 @@ public:
         }
     }
 
-    void Write(const char* data, unsigned long length) const
+    void Write(const char* data, unsigned long length)
     {
         if (m_nHandle < 0) {
             return;
@@ -104,18 +113,34 @@ public:
         do {
             written = ::write(m_nHandle, data, length);
         } while (written < 0 && errno == EINTR);
+        const int error = written < 0 ? errno : 0;
         CIPCounters::Add(written < 0 ? CIPCounters::TunOutputFailed : CIPCounters::TunOut);
+        if (IsGone(error)) {
+            Lose();
+        }
+    }
+
+    // Tells once that the device has gone. Thread: any.
+    void Lose()
+    {
+        if (m_bLost.exchange(true)) {
+            return;
+        }
+        char text[s_nTextLength];
+        mantle::Text_Formator(text, sizeof(text)) << "ipstack: the TUN device " << m_strName.c_str() << " has gone";
+        mantle::IMNTraceManager::Instance()->Trace(0, text);
     }
 
     std::string m_strName;
     int m_nError = 0;
+    std::atomic<bool> m_bLost{false};
 
 private:
     // Known to the thread manager, whose clean-up stops and joins it.
     class CReader : public mantle::CMNThread
     {
     public:
-        CReader(int handle, int wake, IIPStack& stack) : m_nHandle(handle), m_nWake(wake), m_Stack(stack) {}
+        CReader(CIPTunDevice::CImpl& device, IIPStack& stack) : m_Device(device), m_Stack(stack) {}
 
         mantle::MNResult Stop(mantle::CMNTimeValue* timeout = nullptr) override
         {
@@ -123,20 +148,25 @@ private:
                 return mantle::MN_ERROR_NOT_IMPLEMENTED;
             }
             const std::uint64_t one = 1;
-            return ::write(m_nWake, &one, sizeof(one)) == sizeof(one) ? mantle::MN_OK : mantle::MN_ERROR_FAILURE;
+            return ::write(m_Device.m_nWake, &one, sizeof(one)) == sizeof(one) ? mantle::MN_OK
+                                                                               : mantle::MN_ERROR_FAILURE;
         }
 
         void OnThreadRun() override
         {
-            pollfd waits[2] = {{m_nHandle, POLLIN, 0}, {m_nWake, POLLIN, 0}};
+            pollfd waits[2] = {{m_Device.m_nHandle, POLLIN, 0}, {m_Device.m_nWake, POLLIN, 0}};
             while ((waits[1].revents & POLLIN) == 0) {
                 // Input follows without limit here only as long as nobody wants the thread to end.
-                ReadSome();
+                if (waits[0].fd >= 0 && !ReadSome()) {
+                    waits[0].fd = -1;  // nothing left to wait for but the end
+                    m_Device.Lose();
+                }
                 if (::poll(waits, 2, -1) < 0 && errno != EINTR) {
                     return;
                 }
                 if ((waits[0].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) {
-                    waits[0].fd = -1;  // the device has gone
+                    waits[0].fd = -1;
+                    m_Device.Lose();
                 }
             }
         }
@@ -144,21 +174,22 @@ private:
     private:
         static constexpr int s_nAtOnce = 64;
 
-        void ReadSome()
+        // Returns: false when the device has gone.
+        bool ReadSome()
         {
             mantle::CMNBurst burst;
             for (int count = 0; count < s_nAtOnce; ++count) {
-                const ssize_t length = ::read(m_nHandle, m_Packet.data(), m_Packet.size());
+                const ssize_t length = ::read(m_Device.m_nHandle, m_Packet.data(), m_Packet.size());
                 if (length < 0) {
-                    return;
+                    return !IsGone(errno);
                 }
                 CIPCounters::Add(CIPCounters::TunIn);
                 m_Stack.Input(m_Packet.data(), static_cast<unsigned long>(length));
             }
+            return true;
         }
 
-        const int m_nHandle;
-        const int m_nWake;
+        CIPTunDevice::CImpl& m_Device;
         IIPStack& m_Stack;
         std::vector<char> m_Packet = std::vector<char>(s_nLongestPacket);
     };
@@ -187,10 +218,11 @@ public:
     unsigned long Open(const std::string&) { return mantle::MN_ERROR_NOT_IMPLEMENTED; }
     unsigned long Start(IIPStack*) { return mantle::MN_ERROR_NOT_INITIALIZED; }
     void Stop() {}
-    void Write(const char*, unsigned long) const {}
+    void Write(const char*, unsigned long) {}
 
     std::string m_strName;
     int m_nError = 0;
+    std::atomic<bool> m_bLost{false};
 };
 
 #endif
@@ -212,6 +244,11 @@ std::string CIPTunDevice::GetName() const
 int CIPTunDevice::GetSystemError() const
 {
     return m_pImpl->m_nError;
+}
+
+bool CIPTunDevice::IsLost() const
+{
+    return m_pImpl->m_bLost.load();
 }
 
 unsigned long CIPTunDevice::Start(IIPStack* stack)

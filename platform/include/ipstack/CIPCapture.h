@@ -31,13 +31,19 @@ public:
     // Where the packets from below go. Before that they are answered 10002. Thread: any.
     void SetStack(IIPStack* stack);
 
-    // Writes every packet from now on to a new file, or over an old one. A write that fails ends the file and is
-    // counted. Thread: any. Returns: 0; 10003 when it is on; 10001 when the file can't be made.
+    // Writes every packet from now on to a new file, or over an old one. A write that fails, on a full disk say, ends
+    // the file: one trace line tells it, GetSystemError tells why, packets pass as before and are counted
+    // (capture.failed) until Stop or Start. Thread: any. Returns: 0; 10003 when it is on; 10001 when the file can't be
+    // made (GetSystemError tells why).
     unsigned long Start(const std::string& path);
 
     // Ends the file; a packet that is being written is whole. Thread: any.
     void Stop();
     bool IsOn() const;
+
+    // The system's error number of what ended the last file or kept it from being made; 0: nothing did. What the
+    // system takes late may fail as late as Stop. Thread: any.
+    int GetSystemError() const;
 
     // Packets written since the last Start. Thread: any.
     std::uint64_t GetPackets() const;

@@ -36,6 +36,11 @@ public:
     // The system's error number of an Open that failed.
     int GetSystemError() const;
 
+    // Whether the device has gone (somebody deleted it): nothing comes in any more and what goes out is dropped. One
+    // trace line tells it too. Seen by the thread that Start began, or by the next output. A device that is down may
+    // come up again and is not lost. Thread: any.
+    bool IsLost() const;
+
     // Hands what the device brings to `stack` from now on, on a thread of its own. Returns: 0; 10002 while it is not
     // open; 10003 when it has been started; 10008 for null; 10001 when there is no thread to be had.
     unsigned long Start(IIPStack* stack);

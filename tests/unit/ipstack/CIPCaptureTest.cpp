@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -16,6 +17,7 @@
 #include <gtest/gtest.h>
 
 #include "mantle/CMNClock.h"
+#include "mantle/IMNTraceManager.h"
 #include "mantle/MNDefines.h"
 #include "platform/ipstack/CIPCounters.h"
 
@@ -38,6 +40,19 @@ public:
     std::string m_strLast;
     unsigned char m_bFlag = 0;
     int m_nPackets = 0;
+};
+
+// Keeps the trace while it lives.
+class CSink : public mantle::IMNTraceSink
+{
+public:
+    CSink() { mantle::IMNTraceManager::Instance()->SetSink(this); }
+    ~CSink() override { mantle::IMNTraceManager::Instance()->SetSink(nullptr); }
+    CSink(const CSink&) = delete;
+    CSink& operator=(const CSink&) = delete;
+    void OnTrace(int, const char* text) override { m_Lines.emplace_back(text); }
+
+    std::vector<std::string> m_Lines;
 };
 
 class CAbove : public ipstack::IIPStack
@@ -188,8 +203,31 @@ TEST_F(CIPCaptureTest, PathThatIsNone_Started_FailsAndPacketsStillPass)
     EXPECT_EQ(m_Below.m_nPackets, 1);
 }
 
+TEST_F(CIPCaptureTest, PathThatIsNone_Started_ReasonIsTold)
+{
+    EXPECT_EQ(m_Capture.Start("/no/such/folder/file.pcap"), mantle::MN_ERROR_FAILURE);
+    EXPECT_EQ(m_Capture.GetSystemError(), ENOENT);
+    ASSERT_EQ(m_Capture.Start(m_strPath), 0u);
+    EXPECT_EQ(m_Capture.GetSystemError(), 0);
+}
+
+TEST_F(CIPCaptureTest, FullDevice_Started_FailsWithNoSpaceAndPacketsStillPass)
+{
+    if (access("/dev/full", W_OK) != 0) {
+        GTEST_SKIP() << "no /dev/full here";
+    }
+    EXPECT_EQ(m_Capture.Start("/dev/full"), mantle::MN_ERROR_FAILURE);
+    EXPECT_EQ(m_Capture.GetSystemError(), ENOSPC);
+    EXPECT_FALSE(m_Capture.IsOn());
+    Out("x");
+    In("y");
+    EXPECT_EQ(m_Below.m_strLast, "x");
+    EXPECT_EQ(m_Above.m_strLast, "y");
+}
+
 TEST_F(CIPCaptureTest, NoMoreRoom_PacketsPass_EndsAndIsCounted)
 {
+    CSink sink;
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit before{};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
@@ -202,11 +240,45 @@ TEST_F(CIPCaptureTest, NoMoreRoom_PacketsPass_EndsAndIsCounted)
         Out(std::string(1000, 'p'));
         ++packets;
     }
-    setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_FALSE(m_Capture.IsOn());
-    EXPECT_GT(CIPCounters::Get(CIPCounters::CaptureFailed), failed);
-    EXPECT_EQ(m_Below.m_nPackets, packets);
+    EXPECT_EQ(m_Capture.GetSystemError(), EFBIG);
+    EXPECT_EQ(CIPCounters::Get(CIPCounters::CaptureFailed), failed + 1);
+    Out("missed");
+    In("missed");
+    EXPECT_EQ(CIPCounters::Get(CIPCounters::CaptureFailed), failed + 3);
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(m_Below.m_nPackets, packets + 1);
+    EXPECT_EQ(m_Above.m_strLast, "missed");
+    ASSERT_EQ(sink.m_Lines.size(), 1u);
+    EXPECT_NE(sink.m_Lines[0].find("capture"), std::string::npos) << sink.m_Lines[0];
+    m_Capture.Stop();
+    Out("off");
+    EXPECT_EQ(CIPCounters::Get(CIPCounters::CaptureFailed), failed + 3);
+    EXPECT_EQ(m_Capture.GetSystemError(), EFBIG);
     EXPECT_EQ(m_Capture.Start(m_strPath), 0u);
+    EXPECT_EQ(m_Capture.GetSystemError(), 0);
+    EXPECT_EQ(sink.m_Lines.size(), 1u);
+}
+
+// What waits in the file's buffer fails when it ends.
+TEST_F(CIPCaptureTest, NoMoreRoom_Stopped_ToldOnce)
+{
+    CSink sink;
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit small{24, before.rlim_max};  // the file's header
+    const std::uint64_t failed = CIPCounters::Get(CIPCounters::CaptureFailed);
+    ASSERT_EQ(m_Capture.Start(m_strPath), 0u);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    Out("lost");
+    EXPECT_EQ(m_Capture.GetSystemError(), 0);
+    m_Capture.Stop();
+    m_Capture.Stop();
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(m_Capture.GetSystemError(), EFBIG);
+    EXPECT_EQ(CIPCounters::Get(CIPCounters::CaptureFailed), failed + 1);
+    EXPECT_EQ(sink.m_Lines.size(), 1u);
 }
 
 TEST_F(CIPCaptureTest, PacketsOfTwoThreads_SwitchedAllTheTime_EveryRecordIsWhole)

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -12,15 +13,19 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "SocketSupport.h"
 #include "ipstack/ipstack.h"
+#include "mantle/IMNTraceManager.h"
 #include "mantle/MNDefines.h"
 
 namespace
@@ -83,6 +88,62 @@ int MakeSocket(int type)
     EXPECT_EQ(ps_bind(handle, reinterpret_cast<const ps_sockaddr*>(&address), sizeof(address)), 0);
     ps_socket_nonblock(handle);
     return handle;
+}
+
+// Keeps the trace while it lives.
+class CSink : public mantle::IMNTraceSink
+{
+public:
+    CSink() { mantle::IMNTraceManager::Instance()->SetSink(this); }
+    ~CSink() override { mantle::IMNTraceManager::Instance()->SetSink(nullptr); }
+    CSink(const CSink&) = delete;
+    CSink& operator=(const CSink&) = delete;
+    void OnTrace(int, const char* text) override
+    {
+        const std::lock_guard<std::mutex> guard(m_Mutex);
+        m_Lines.emplace_back(text);
+    }
+    std::vector<std::string> Get()
+    {
+        const std::lock_guard<std::mutex> guard(m_Mutex);
+        return m_Lines;
+    }
+
+private:
+    std::mutex m_Mutex;
+    std::vector<std::string> m_Lines;
+};
+
+// Deletes the device as `ip link del` does.
+bool Delete(const std::string& name)
+{
+    struct
+    {
+        nlmsghdr m_Header;
+        ifinfomsg m_Info;
+    } request{};
+    request.m_Header.nlmsg_len = sizeof(request);
+    request.m_Header.nlmsg_type = RTM_DELLINK;
+    request.m_Header.nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK;
+    request.m_Info.ifi_index = static_cast<int>(if_nametoindex(name.c_str()));
+    const int handle = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+    struct
+    {
+        nlmsghdr m_Header;
+        nlmsgerr m_Error;
+    } answer{};
+    const bool done = ::send(handle, &request, sizeof(request), 0) == sizeof(request) &&
+                      ::recv(handle, &answer, sizeof(answer), 0) > 0 && answer.m_Error.error == 0;
+    ::close(handle);
+    return done;
+}
+
+// Time that this process's threads have spent.
+long long CpuMs()
+{
+    timespec time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return time.tv_sec * 1000LL + time.tv_nsec / 1000000;
 }
 
 bool Configure(const std::string& name)
@@ -282,6 +343,54 @@ TEST_F(CIPTunDeviceTest, DeviceDown_PacketSent_Counted)
         const std::string packet(40, '\x45');
         EXPECT_EQ(m_pDevice->IPStackLowLevelOutput(packet.data(), packet.size(), 0), 0u);
         EXPECT_EQ(socketsupport::GetCounter("tun.output_failed"), before + 1);
+        EXPECT_FALSE(m_pDevice->IsLost()) << "it may come up again";
+        Close();
+    });
+}
+
+TEST_F(CIPTunDeviceTest, DeviceDeleted_WhileReading_ToldOnceAndTheThreadSleeps)
+{
+    InNamespace([this] {
+        CSink sink;
+        Open();
+        const std::string name = m_pDevice->GetName();
+        EXPECT_FALSE(m_pDevice->IsLost());
+        ASSERT_TRUE(Delete(name));
+        for (int waited = 0; sink.Get().empty() && waited < 20000; ++waited) {
+            ::poll(nullptr, 0, 1);
+        }
+        EXPECT_TRUE(m_pDevice->IsLost());
+        const long long before = CpuMs();
+        ::poll(nullptr, 0, 300);
+        EXPECT_LT(CpuMs() - before, 100) << "a busy loop";
+        const std::uint64_t failed = socketsupport::GetCounter("tun.output_failed");
+        const std::string packet(40, '\x45');
+        EXPECT_EQ(m_pDevice->IPStackLowLevelOutput(packet.data(), packet.size(), 0), 0u);
+        EXPECT_EQ(socketsupport::GetCounter("tun.output_failed"), failed + 1);
+        m_pDevice->Stop();
+        EXPECT_EQ(m_pDevice->Start(m_pStack), 0u);
+        m_pDevice->Stop();
+        EXPECT_TRUE(m_pDevice->IsLost());
+        ASSERT_EQ(sink.Get().size(), 1u);
+        EXPECT_NE(sink.Get()[0].find(name), std::string::npos) << sink.Get()[0];
+        Close();
+    });
+}
+
+TEST_F(CIPTunDeviceTest, DeviceDeleted_NotStartedAndPacketSent_Told)
+{
+    InNamespace([this] {
+        CSink sink;
+        Open();
+        m_pDevice->Stop();
+        ASSERT_TRUE(Delete(m_pDevice->GetName()));
+        EXPECT_FALSE(m_pDevice->IsLost());
+        const std::string packet(40, '\x45');
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(m_pDevice->IPStackLowLevelOutput(packet.data(), packet.size(), 0), 0u);
+        }
+        EXPECT_TRUE(m_pDevice->IsLost());
+        EXPECT_EQ(sink.Get().size(), 1u);
         Close();
     });
 }
