@@ -269,12 +269,14 @@ unsigned int CIPCore::DrainStretch(unsigned int limit)
                 LINK_STATS_INC(link.recv);
                 MIB2_STATS_NETIF_ADD(link, ifinoctets, packet->tot_len);
                 MIB2_STATS_NETIF_INC(link, ifinucastpkts);
-                packet = CIPPacketFilter::AdmitLooped(packet);
-                if (!packet) {
-                    continue;
-                }
-                if (IsFragment(packet)) {
-                    NoteFragment();
+                if (!CIPPacketFilter::IsPlain(static_cast<const u8_t*>(packet->payload), packet->len)) {
+                    packet = CIPPacketFilter::AdmitLooped(packet);
+                    if (!packet) {
+                        continue;
+                    }
+                    if (IsFragment(packet)) {
+                        NoteFragment();
+                    }
                 }
                 CIPDemux::Input(packet, link);
             }

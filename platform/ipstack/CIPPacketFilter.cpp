@@ -22,12 +22,6 @@ constexpr std::size_t MaxPbufLength = 0xFFFF;
 
 constexpr std::size_t HeaderLength4 = 20;
 constexpr std::size_t HeaderLength6 = 40;
-constexpr std::uint8_t PlainHeader4 = 0x45;  // version 4, five words: no options
-
-// Protocol numbers (RFC 791, RFC 8200).
-constexpr std::uint8_t ProtocolIcmp = 1;
-constexpr std::uint8_t ProtocolTcp = 6;
-constexpr std::uint8_t ProtocolUdp = 17;
 
 // RFC 791: offset field of the IPv4 header.
 constexpr unsigned int MoreFragments4 = 0x2000;
@@ -285,17 +279,6 @@ EVerdict CheckVersion(const std::uint8_t* data, std::size_t length, const CIPLin
     }
 }
 
-// What lwIP makes for TCP, UDP and ICMP: a bare header in front of a whole message.
-bool IsPlain(const std::uint8_t* data, std::size_t length) noexcept
-{
-    if (length >= HeaderLength4 && data[0] == PlainHeader4) {
-        return Load16(data + 2) == length && (Load16(data + 6) & (MoreFragments4 | OffsetMask4)) == 0 &&
-               (data[9] == ProtocolTcp || data[9] == ProtocolUdp || data[9] == ProtocolIcmp);
-    }
-    return length >= HeaderLength6 && data[0] >> 4 == 6 && HeaderLength6 + Load16(data + 4) == length &&
-           (data[6] == ProtocolTcp || data[6] == ProtocolUdp);
-}
-
 // Counts a packet that came in, and the reason when it may not pass.
 bool Examine(netif* link, const void* data, std::size_t length) noexcept
 {
@@ -377,9 +360,6 @@ pbuf* CIPPacketFilter::Admit(netif* link, pbuf* packet) noexcept
 pbuf* CIPPacketFilter::AdmitLooped(pbuf* packet) noexcept
 {
     const auto* data = static_cast<const std::uint8_t*>(packet->payload);
-    if (IsPlain(data, packet->len)) {
-        return packet;
-    }
     pbuf* copy = nullptr;
     if (CheckLooped(data, packet->len) != Accepted) {
         CIPCounters::AddLocked(CIPCounters::LoopMalformed);

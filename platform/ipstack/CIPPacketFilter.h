@@ -69,9 +69,28 @@ public:
     // The same for what Copy has copied already: it is freed when it is dropped.
     static pbuf* Admit(netif* link, pbuf* packet) noexcept;
 
-    // Checks a packet from a link's own queue, flat and exactly as long as its buffer. What is not plainly made by lwIP
-    // may be a program's, through a raw socket. State: the core lock is held. Returns: the packet or, with spare bytes
-    // behind it, a copy; null when it was dropped and counted.
+    // Whether a packet from a link's own queue is what lwIP makes for TCP, UDP and ICMP: a bare header in front of a
+    // whole message. Any other may be a program's, through a raw socket.
+    static bool IsPlain(const std::uint8_t* data, std::size_t length) noexcept
+    {
+        constexpr unsigned int noOptions4 = 0x45;  // version 4, five words
+        constexpr std::size_t header4 = 20;
+        constexpr std::size_t header6 = 40;
+        constexpr unsigned int fragment4 = 0x3FFF;  // more fragments, offset
+        constexpr unsigned int icmp = 1;
+        constexpr unsigned int tcp = 6;
+        constexpr unsigned int udp = 17;
+        const auto load = [data](std::size_t at) { return static_cast<unsigned int>(data[at]) << 8 | data[at + 1]; };
+        if (length >= header4 && data[0] == noOptions4) {
+            return load(2) == length && (load(6) & fragment4) == 0 &&
+                   (data[9] == tcp || data[9] == udp || data[9] == icmp);
+        }
+        return length >= header6 && data[0] >> 4 == 6 && header6 + load(4) == length &&
+               (data[6] == tcp || data[6] == udp);
+    }
+
+    // Checks one that is not plain, flat and exactly as long as its buffer. State: the core lock is held. Returns: a
+    // copy with spare bytes behind it; null when it was dropped and counted.
     static pbuf* AdmitLooped(pbuf* packet) noexcept;
 
     // A flat copy with spare bytes behind its end, for parsers that look a byte too far. Thread: any. Returns: null
