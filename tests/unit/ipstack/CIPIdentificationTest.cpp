@@ -41,9 +41,8 @@ unsigned int Id4(const CPacket& packet)
 
 std::uint32_t Id6(const CPacket& packet)
 {
-    std::uint32_t id;
-    std::memcpy(&id, packet.data() + 44, sizeof(id));
-    return id;
+    return static_cast<std::uint32_t>(packet[44]) << 24 | static_cast<std::uint32_t>(packet[45]) << 16 |
+           static_cast<std::uint32_t>(packet[46]) << 8 | packet[47];
 }
 
 // Keeps what leaves.
