@@ -15,6 +15,7 @@ namespace
 constexpr std::uint32_t s_dwFailure = CIPReadiness::s_dwError | CIPReadiness::s_dwHangUp;
 constexpr long s_lUsecPerMsec = 1000;
 constexpr long s_lMsecPerSec = 1000;
+constexpr long s_lMostSec = 1000000000;  // a longer limit is this: its microseconds fit any clock's
 
 int LookAtEntries(ps_pollfd* entries, unsigned int count) noexcept
 {
@@ -82,8 +83,10 @@ long long TimeOutMs(const ps_timeval* timeout) noexcept
     if (!timeout) {
         return -1;
     }
-    const long long usec = static_cast<long long>(timeout->tv_usec) + s_lUsecPerMsec - 1;
-    return std::max(0LL, static_cast<long long>(timeout->tv_sec) * s_lMsecPerSec + usec / s_lUsecPerMsec);
+    const long long sec = std::min(std::max(timeout->tv_sec, -s_lMostSec), s_lMostSec);
+    const long long usec = timeout->tv_usec;
+    const long long msec = sec * s_lMsecPerSec + usec / s_lUsecPerMsec + (usec % s_lUsecPerMsec > 0 ? 1 : 0);
+    return std::min(std::max(0LL, msec), static_cast<long long>(s_lMostSec) * s_lMsecPerSec);
 }
 
 }  // namespace

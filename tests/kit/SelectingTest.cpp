@@ -1,5 +1,6 @@
 // ps_select: three lists in, three lists out, the readiness of ps_poll.
 #include <algorithm>
+#include <climits>
 #include <memory>
 #include <thread>
 
@@ -194,6 +195,37 @@ TEST(Selecting, NoTimeOut_AnotherThreadSends_Wakes)
     EXPECT_EQ(1, ps_select(0, &in, &out, nullptr));
     other.join();
     EXPECT_TRUE(Has(out.read, pair.m_Server.Get()));
+}
+
+// A limit beyond what milliseconds can count was over at once.
+TEST(Selecting, LimitBeyondAllCounting_AnotherThreadSends_Wakes)
+{
+    for (const ps_timeval& limit : {ps_timeval{LONG_MAX, 0}, ps_timeval{0, LONG_MAX}, ps_timeval{LONG_MAX, LONG_MAX}}) {
+        CPair pair = Connected();
+        ps_fdsets in = {};
+        ps_fdsets out = {};
+        Add(in.read, pair.m_Server.Get());
+        std::thread other([&] {
+            PassStackTime(20);
+            EXPECT_EQ(1, ps_send(pair.m_Client.Get(), "x", 1, 0));
+        });
+        EXPECT_EQ(1, ps_select(0, &in, &out, &limit));
+        other.join();
+    }
+}
+
+TEST(Selecting, LimitBelowZero_NothingReady_ReturnsAtOnce)
+{
+    mantle::CMNManualClock clock;
+    const mantle::CMNClockParticipant participant;
+    StartStack();
+    const ps_fdsets in = {};
+    ps_fdsets out = {};
+    const long long start = mantle::CMNClock::NowUs();
+    for (const ps_timeval& limit : {ps_timeval{LONG_MIN, 0}, ps_timeval{-1, 999999}, ps_timeval{LONG_MIN, LONG_MIN}}) {
+        EXPECT_EQ(0, ps_select(0, &in, &out, &limit));
+    }
+    EXPECT_EQ(start, mantle::CMNClock::NowUs());
 }
 
 TEST(Selecting, FullLists_AllReady_AllAnswered)
