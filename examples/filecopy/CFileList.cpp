@@ -73,12 +73,15 @@ std::string CFileList::Encode() const
 
 CFileList CFileList::Decode(const std::string& text)
 {
+    constexpr std::uint64_t mostBytes = INT64_MAX;  // of a file's offset, and so of all of them
     CFileList list;
+    std::uint64_t left = mostBytes;
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t end = text.find('\0', at);
         CFileEntry entry;
-        if (end == std::string::npos || !Parse(text.substr(at, end - at), entry))
+        if (end == std::string::npos || !Parse(text.substr(at, end - at), entry) || entry.m_qwSize > left)
             throw std::runtime_error("the server's list of files makes no sense");
+        left -= entry.m_qwSize;
         list.m_Files.push_back(entry);
         at = end + 1;
     }

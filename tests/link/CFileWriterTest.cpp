@@ -138,3 +138,14 @@ TEST(CFileListTest, NoList_Decoded_Throws)
         EXPECT_THROW(CFileList::Decode(text), std::runtime_error) << text;
     EXPECT_TRUE(CFileList::Decode("").GetFiles().empty());
 }
+
+// Sizes whose sum wrapped made a list that was complete after a few bytes.
+TEST(CFileListTest, SizesBeyondAnyFile_Decoded_Throws)
+{
+    const std::string most = "9223372036854775807";
+    const auto line = [](const std::string& size) { return CSha256().Finish() + ' ' + size + " a" + '\0'; };
+    for (const std::string& text : {line("9223372036854775808"), line("18446744073709551615") + line("1"),
+                                    line(most) + line("1"), line("1") + line(most)})
+        EXPECT_THROW(CFileList::Decode(text), std::runtime_error) << text;
+    EXPECT_EQ(2U, CFileList::Decode(line(most) + line("0")).GetFiles().size());
+}
