@@ -3,15 +3,18 @@
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 FILE ?=
+FUZZ_SECONDS ?= 60
+FUZZERS ?=
 
 .DEFAULT_GOAL := build
-.PHONY: help deps build demo test asan tsan clang soak bench bench-link format lint docs install clean
+.PHONY: help deps build demo test asan tsan clang fuzz soak bench bench-link format lint docs install clean
 
 help:
 	@echo 'deps     packages (as root) and the source of lwIP'
 	@echo 'build    the release build'
 	@echo 'demo     copies files between two processes, a stack in each: make demo [FILE=...]'
 	@echo 'test     the tests; make asan, make tsan: the same under sanitizers; make clang: built by clang'
+	@echo 'fuzz     the fuzzers, FUZZ_SECONDS=$(FUZZ_SECONDS) each; FUZZERS="name..." for some of them'
 	@echo 'soak     the long tests'
 	@echo 'bench    the benchmarks; bench-link: two processes and a link, beside a tunnel by socat (as root)'
 	@echo 'format   clang-format over all sources; lint: clang-tidy, cppcheck, format and words'
@@ -48,6 +51,11 @@ clang:
 	@sh scripts/deps.sh clang
 	$(call build_preset,$@)
 	ctest --preset $@ --parallel $(JOBS)
+
+fuzz:
+	@sh scripts/deps.sh fuzz
+	$(call build_preset,fuzz)
+	@FUZZ_SECONDS=$(FUZZ_SECONDS) sh tests/fuzz/run.sh build/fuzz $(FUZZERS)
 
 soak: build
 	ctest --preset soak

@@ -28,6 +28,14 @@ if(UXPORT_SANITIZE)
     add_link_options(-fsanitize=${UXPORT_SANITIZE})
 endif()
 
+# Every object counts the edges it passes, so that a fuzzer sees where its input leads, in lwIP too.
+if(UXPORT_BUILD_FUZZ)
+    if(NOT CMAKE_C_COMPILER_ID MATCHES "Clang" OR NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+        message(FATAL_ERROR "The fuzzers need clang")
+    endif()
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 # Language level and warnings of the project's own code.
 function(uxport_compile target)
     target_compile_features(${target} PUBLIC cxx_std_17)

@@ -217,4 +217,20 @@ CBytes Echo6(const CHeader6& header, std::uint16_t id, const CBytes& data)
     return bytes;
 }
 
+CBytes Icmp4(std::uint8_t type, std::uint8_t code, const CBytes& rest)
+{
+    CBytes bytes{type, code, 0, 0};
+    Append(bytes, rest);
+    Store16(bytes, 2, Checksum(bytes));
+    return bytes;
+}
+
+CBytes Icmp6(const CHeader6& header, std::uint8_t type, std::uint8_t code, const CBytes& rest)
+{
+    CBytes bytes{type, code, 0, 0};
+    Append(bytes, rest);
+    Seal(bytes, 2, Pseudo6(header, 58, bytes.size()));
+    return bytes;
+}
+
 }  // namespace packetmaker

@@ -77,6 +77,10 @@ CBytes Extension6(std::uint8_t next, const CBytes& payload);
 CBytes Echo4(std::uint16_t id, const CBytes& data);
 CBytes Echo6(const CHeader6& header, std::uint16_t id, const CBytes& data);
 
+// Any ICMP message: type, code, checksum, and what is behind them.
+CBytes Icmp4(std::uint8_t type, std::uint8_t code, const CBytes& rest);
+CBytes Icmp6(const CHeader6& header, std::uint8_t type, std::uint8_t code, const CBytes& rest);
+
 }  // namespace packetmaker
 
 #endif
