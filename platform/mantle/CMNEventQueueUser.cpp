@@ -56,47 +56,43 @@ bool CMNEventQueueUser::IsOwnThread() const
     return CMNThreadManager::IsEqualCurrentThread(m_Thread.GetThreadId());
 }
 
+bool CMNEventQueueUser::Push(IMNEvent* event)
+{
+    CMNWaiter* waiter = nullptr;
+    {
+        CGuard guard(m_Mutex);
+        if (m_bClosed.load())
+            return false;
+        if (m_Pending.empty())
+            waiter = m_pWaiter;
+        m_Pending.push_back(event);
+        m_dwCount.fetch_add(1);
+    }
+    if (waiter)
+        waiter->Signal();
+    return true;
+}
+
 MNResult CMNEventQueueUser::PostEvent(IMNEvent* event, EPriority)
 {
     if (!event)
         return MN_ERROR_INVALID_ARG;
-    CMNWaiter* waiter = nullptr;
-    bool refused = false;
-    {
-        CGuard guard(m_Mutex);
-        refused = m_bClosed.load();
-        if (!refused) {
-            if (m_Pending.empty())
-                waiter = m_pWaiter;
-            m_Pending.push_back(event);
-            m_dwCount.fetch_add(1);
-        }
-    }
-    if (refused) {
-        event->OnDestorySelf();
-        return MN_ERROR_NOT_INITIALIZED;
-    }
-    if (waiter)
-        waiter->Signal();
-    return MN_OK;
+    return Push(event) ? MN_OK : MNRefuseEvent(event);
 }
 
 MNResult CMNEventQueueUser::SendEvent(IMNEvent* event)
 {
     if (!event)
         return MN_ERROR_INVALID_ARG;
-    if (IsClosed()) {
-        event->OnDestorySelf();
-        return MN_ERROR_NOT_INITIALIZED;
-    }
+    if (IsClosed())
+        return MNRefuseEvent(event);
     if (IsOwnThread()) {
         const MNResult result = event->OnEventFire();
         event->OnDestorySelf();
         return result;
     }
     CEventSend send(event);
-    PostEvent(&send, EPRIORITY_NORMAL);
-    return send.WaitResult();
+    return Push(&send) ? send.WaitResult() : MNRefuseEvent(event);
 }
 
 void CMNEventQueueUser::SetWaiter(CMNWaiter* waiter)

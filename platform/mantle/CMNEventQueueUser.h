@@ -45,6 +45,9 @@ private:
 
     bool IsOwnThread() const;
 
+    // Returns: false when the queue is closed; the event is then still the caller's.
+    bool Push(IMNEvent* event);
+
     CMNThread& m_Thread;
     std::atomic<unsigned long> m_dwCount{0};
     std::atomic<bool> m_bClosed{false};  // written under the mutex

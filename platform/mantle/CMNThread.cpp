@@ -200,8 +200,7 @@ MNResult CMNThread::PostEvent(IMNEvent* event, IMNEventQueue::EPriority priority
         return MN_ERROR_INVALID_ARG;
     if (IMNEventQueue* queue = GetEventQueue())
         return queue->PostEvent(event, priority);
-    event->OnDestorySelf();
-    return MN_ERROR_NOT_INITIALIZED;
+    return MNRefuseEvent(event);
 }
 
 MNResult CMNThread::SendEvent(IMNEvent* event)
@@ -210,8 +209,7 @@ MNResult CMNThread::SendEvent(IMNEvent* event)
         return MN_ERROR_INVALID_ARG;
     if (IMNEventQueue* queue = GetEventQueue())
         return queue->SendEvent(event);
-    event->OnDestorySelf();
-    return MN_ERROR_NOT_INITIALIZED;
+    return MNRefuseEvent(event);
 }
 
 bool CMNThread::IsPool()

@@ -8,6 +8,7 @@ namespace mantle
 {
 
 class CMNBurstWork;
+class CMNRefusedEvents;
 class CMNThread;
 class CMNWaiter;
 
@@ -20,6 +21,8 @@ struct CMNThreadLocal
     unsigned int m_dwParticipant;  // nested scopes in which the hand-moved clock waits for the thread
     unsigned int m_dwInLoop;       // nested runs of callbacks
     unsigned int m_dwInTrace;      // nested calls of the trace sink
+    unsigned int m_dwRefusals;     // nested refusals of events
+    CMNRefusedEvents* m_pRefused;  // of the outermost of them
     unsigned int m_dwBursts;       // nested bursts
     CMNBurstWork* m_pFirstWork;    // put off until the burst's end
     CMNBurstWork* m_pLastWork;

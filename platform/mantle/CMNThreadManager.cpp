@@ -145,6 +145,11 @@ bool CMNThreadManager::IsCleaningUp() const noexcept
     return m_pImpl->m_ePhase.load() != CImpl::EPhase::RUNNING;
 }
 
+bool CMNThreadManager::IsCleanUpThread() noexcept
+{
+    return CMNThreadLocal::Get().m_bCleanUp;
+}
+
 bool CMNThreadManager::HasDestroyedObjects() const noexcept
 {
     return m_pImpl->m_bObjectsDestroyed.load();

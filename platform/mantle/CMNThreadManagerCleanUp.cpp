@@ -129,7 +129,7 @@ void CMNThreadManager::CImpl::DestroyObjects(CMNThread* self)
             object = m_Objects.back();
             m_Objects.pop_back();
         }
-        delete object;
+        object->CleanUp();
         DeletePending(self);
     }
 }

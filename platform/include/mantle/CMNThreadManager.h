@@ -57,8 +57,10 @@ public:
     // The orderly end of the process; also run at exit. It is registered when the manager is first used: static
     // objects made later than that are gone by then. In this order: user queues refuse posts, destroy what they
     // hold and fire what is due until nothing is; user threads are stopped and joined; network threads are stopped
-    // and joined; the clean-up objects are destroyed, newest first, with the single-thread checks silent on this
-    // thread. Called from a framework thread or a callback it does not join itself and leaves what is shared alive.
+    // and joined; the clean-up objects are destroyed (those that last are ended), newest first, with the single-thread
+    // checks silent on this thread. Threads that nobody joins may go on calling: what they hold pointers to stays valid,
+    // but for thread objects that RegisterThread was given as owned.
+    // Called from a framework thread or a callback it does not join itself and leaves what is shared alive.
     // A thread that does not come back within the bound leaves the objects undestroyed, with a trace line. A second
     // call does nothing, but waits for a first one on another thread unless that may be waiting for this thread.
     // Afterwards posts answer 10002, singletons and GetThread null.
@@ -69,6 +71,9 @@ public:
 
     // Whether the clean-up has begun.
     bool IsCleaningUp() const noexcept;
+
+    // Whether the calling thread runs, or has run, the clean-up.
+    static bool IsCleanUpThread() noexcept;
 
     // Whether the clean-up has destroyed the shared objects; one that had to leave them alive never does.
     bool HasDestroyedObjects() const noexcept;

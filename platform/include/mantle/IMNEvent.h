@@ -17,6 +17,12 @@ public:
     virtual ~IMNEvent() = default;
 };
 
+// What a queue that takes no more events does with one: destroys it. An event that posts again when it is destroyed is
+// refused from inside a refusal; beyond s_nMNNestedRefusals of those at a time on one thread the outermost destroys the
+// event, before it returns, so that no chain of them runs out of stack. Thread: any. Returns: 10002.
+constexpr unsigned int s_nMNNestedRefusals = 64;
+MANTLE_API MNResult MNRefuseEvent(IMNEvent* event);
+
 class MANTLE_API IMNEventQueue
 {
 public:

@@ -339,6 +339,35 @@ TEST_F(CMNThreadManagerCleanUpTest, CalledTwice_SecondTime_NothingHappens)
         ExitedWithCode(0), Said("^object a;between;after;$"));
 }
 
+class CLastingSingle : public CMNLasting
+{
+public:
+    void End() override
+    {
+        Require(CMNSingletonT<CLastingSingle>::Instance() == nullptr, "still found");
+        Say("lasting ended");
+    }
+    ~CLastingSingle() { Say("WRONG lasting gone"); }
+    bool IsThere() const { return m_nThere == 4711; }
+
+private:
+    int m_nThere = 4711;
+};
+
+TEST_F(CMNThreadManagerCleanUpTest, LastingSingleton_CleanedUp_EndedAndStillThere)
+{
+    EXPECT_EXIT(
+        {
+            Begin();
+            CLastingSingle* lasting = CMNSingletonT<CLastingSingle>::Instance();
+            Manager()->CleanUp();
+            Require(lasting->IsThere(), "the object is not there");
+            Require(CMNSingletonT<CLastingSingle>::Instance() == nullptr, "found again");
+            std::exit(0);
+        },
+        ExitedWithCode(0), Said("^lasting ended;$"));
+}
+
 TEST_F(CMNThreadManagerCleanUpTest, TwoThreadsAtOnce_Called_TheSecondWaitsForTheFirst)
 {
     EXPECT_EXIT(

@@ -181,6 +181,43 @@ TEST(CMNThreadUserTest, DestroyingPostsAgain_QueueCloses_GoesOnUntilEmptyOutside
     EXPECT_EQ(destroyed, 5);
 }
 
+TEST(CMNThreadUserTest, DestroyingPostsAgainAndSoOn_QueueCloses_EndsWithoutDeepRecursion)
+{
+    const CAdopted adopted;
+    int left = 100000;
+    std::function<void()> again = [&] {
+        if (--left > 0)
+            adopted.Get()->PostEvent(new CAtDestroy(again));
+    };
+    adopted.Get()->PostEvent(new CAtDestroy(again));
+    adopted.Get()->CloseQueue();
+    EXPECT_EQ(left, 0);
+}
+
+TEST(CMNThreadUserTest, FourThreadsPostWithoutAPause_Stopped_RunEndsAndNothingIsLeft)
+{
+    CTestEvent::CCounts counts;
+    CMNThreadUser thread;
+    ASSERT_EQ(thread.Create(100), MN_OK);
+    std::atomic<int> made{0};
+    std::vector<std::thread> posters;
+    for (int i = 0; i < 4; ++i) {
+        posters.emplace_back([&] {
+            do {
+                ++made;
+            } while (thread.PostEvent(new CTestEvent({}, &counts)) == MN_OK);
+        });
+    }
+    while (counts.m_nFired == 0)
+        std::this_thread::yield();
+    CMNTimeValue limit = s_tvLimit;
+    EXPECT_EQ(thread.Stop(&limit), MN_OK);
+    for (std::thread& poster : posters)
+        poster.join();
+    EXPECT_EQ(counts.m_nDestroyed, made);
+    EXPECT_EQ(thread.GetEventQueue()->GetPendingEventsCount(), 0u);
+}
+
 TEST(CMNThreadUserTest, Timer_Scheduled_FiresOnTheThread)
 {
     CMNManualClock clock;
