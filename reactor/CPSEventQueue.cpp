@@ -23,10 +23,8 @@ MNResult CPSEventQueueBase::PostEvent(IMNEvent* event, EPriority)
 {
     if (!event)
         return MN_ERROR_INVALID_ARG;
-    if (m_dwStopped.load() != 0) {
-        event->OnDestorySelf();
-        return MN_ERROR_NOT_INITIALIZED;
-    }
+    if (m_dwStopped.load() != 0)
+        return mantle::MNRefuseEvent(event);
     m_Pending.push_back(event);
     m_dwPendingCount.fetch_add(1, std::memory_order_relaxed);
     return MN_OK;
@@ -36,10 +34,8 @@ MNResult CPSEventQueueBase::SendEvent(IMNEvent* event)
 {
     if (!event)
         return MN_ERROR_INVALID_ARG;
-    if (m_dwStopped.load() != 0) {
-        event->OnDestorySelf();
-        return MN_ERROR_NOT_INITIALIZED;
-    }
+    if (m_dwStopped.load() != 0)
+        return mantle::MNRefuseEvent(event);
     if (CMNThreadManager::IsEqualCurrentThread(m_dwOwnerThread.load())) {
         const MNResult result = event->OnEventFire();
         event->OnDestorySelf();
@@ -121,15 +117,14 @@ MNResult CPSEventQueueUsingMutex::PostEvent(IMNEvent* event, EPriority priority)
 
 MNResult CPSEventQueueUsingMutex::PostEventWithOldSize(IMNEvent* event, EPriority priority, unsigned long* oldSize)
 {
-    if (event && m_dwStopped.load() != 0) {
+    {
+        CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
         if (oldSize)
             *oldSize = GetPendingEventsCount();
-        return CPSEventQueueBase::PostEvent(event, priority);  // refuses; destroys outside the mutex
+        if (!event || m_dwStopped.load() == 0)
+            return CPSEventQueueBase::PostEvent(event, priority);
     }
-    CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
-    if (oldSize)
-        *oldSize = GetPendingEventsCount();
-    return CPSEventQueueBase::PostEvent(event, priority);
+    return mantle::MNRefuseEvent(event);  // destroys outside the mutex
 }
 
 void CPSEventQueueUsingMutex::DestoryPendingEvents()
@@ -147,9 +142,21 @@ void CPSEventQueueUsingMutex::DestoryPendingEvents()
     }
 }
 
+void CPSEventQueueUsingMutex::RefuseEvents()
+{
+    CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
+    m_dwStopped.store(1);
+}
+
+void CPSEventQueueUsingMutex::CloseQueue()
+{
+    RefuseEvents();
+    DestoryPendingEvents();
+}
+
 CPSEventQueueUsingMutex::~CPSEventQueueUsingMutex()
 {
-    DestoryPendingEvents();
+    CloseQueue();
 }
 
 }  // namespace uxport

@@ -58,7 +58,7 @@ protected:
     std::atomic<unsigned long> m_dwPendingCount{0};
     CMNTimeValue m_tvReport;                        // when the queue was made
     std::atomic<unsigned long> m_dwOwnerThread{0};  // thread that runs the events, 0 before Open
-    std::atomic<unsigned int> m_dwStopped{0};
+    std::atomic<unsigned int> m_dwStopped{0};       // refuses posts
 
     static const CMNTimeValue s_tvReportInterval;
 };
@@ -74,6 +74,12 @@ public:
 
     // As the base's; takes the list out under the mutex and destroys outside, so that an event may post.
     void DestoryPendingEvents();
+
+    // Refuses posts from now on. Thread: any.
+    void RefuseEvents();
+
+    // Refuses, then destroys what is pending: no post made meanwhile prolongs it. Thread: any.
+    void CloseQueue();
 
     ~CPSEventQueueUsingMutex() override;
 

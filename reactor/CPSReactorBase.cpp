@@ -31,11 +31,13 @@ MNResult CPSReactorBase::Open()
         m_pTimerQueue = std::make_unique<CMNTimerQueueOrderedList>(nullptr);
     CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
     CorrectPendingCount();
+    m_dwStopped.store(0);
     return m_Repository.Open();
 }
 
 MNResult CPSReactorBase::Close()
 {
+    RefuseEvents();
     m_pTimerQueue.reset();
     m_Repository.Close();
     DestoryPendingEvents();
@@ -105,7 +107,7 @@ MNResult CPSReactorBase::RemoveHandleWithoutFinding_i(int handle, const CElement
     return MN_OK;
 }
 
-// The clean-up destroys reactors with the other shared objects. One that runs in a callback leaves them, and the loop
+// The clean-up ends reactors with the other shared objects. One that runs in a callback leaves them, and the loop
 // goes on.
 bool CPSReactorBase::IsAlive(const IPSReactor* reactor)
 {

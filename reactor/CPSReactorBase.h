@@ -59,7 +59,8 @@ public:
     // Whether the calling thread is the one that the reactor is bound to. Thread: any.
     bool IsReactorThread() const;
 
-    // Whether there is a reactor and the clean-up at the end of the process has not destroyed it. Thread: any.
+    // Whether there is a reactor and the clean-up at the end of the process has not ended it. The objects stay, so
+    // that a post to one that has ended is refused, not lost. Thread: any.
     static bool IsAlive(const IPSReactor* reactor);
 
     // As the operations of these names, for objects that may outlive the reactors: on one that is not alive they do

@@ -8,7 +8,7 @@ namespace uxport
 CPSReactorPoll::~CPSReactorPoll()
 {
     // Here, where a post made by a dying event still finds a whole reactor.
-    DestoryPendingEvents();
+    CloseQueue();
 }
 
 MNResult CPSReactorPoll::Open()
@@ -32,6 +32,7 @@ MNResult CPSReactorPoll::Close()
 {
     if (!EnsureReactorThread(s_szLoopPlace))
         return MN_OK;
+    RefuseEvents();
     m_Notify.Close();
     return CPSReactorBase::Close();
 }

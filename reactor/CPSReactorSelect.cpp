@@ -8,7 +8,7 @@ namespace uxport
 CPSReactorSelect::~CPSReactorSelect()
 {
     // Here, where a post made by a dying event still finds a whole reactor.
-    DestoryPendingEvents();
+    CloseQueue();
 }
 
 MNResult CPSReactorSelect::Open()
@@ -29,6 +29,7 @@ MNResult CPSReactorSelect::Close()
 {
     if (!EnsureReactorThread(s_szLoopPlace))
         return MN_OK;
+    RefuseEvents();
     m_Notify.Close();
     return CPSReactorBase::Close();
 }

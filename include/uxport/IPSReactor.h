@@ -47,7 +47,8 @@ public:
     // Ends the loop at the top of its next turn. Thread: any. Returns: 0.
     virtual MNResult StopEventLoop() = 0;
 
-    // Forgets handlers, timers and events without calling any of them, closes the pipe. Returns: 0.
+    // Refuses posts from here on (10002; the next Open takes them again), forgets handlers, timers and events without
+    // calling any of them, closes the pipe. Returns: 0.
     virtual MNResult Close() = 0;
 };
 

@@ -150,15 +150,25 @@ TEST_F(CPSReactorBaseEventsTest, Close_CountStays_NextOpenCorrectsIt)
     m_Reactor.PostEvent(new CTestEvent(m_Counts));
     m_Reactor.Close();
     EXPECT_EQ(m_Reactor.GetPendingEventsCount(), 2u);
+    m_Reactor.Open();
+    EXPECT_EQ(m_Reactor.GetPendingEventsCount(), 0u);
     m_Reactor.TakeLog();
     m_Reactor.PostEvent(new CTestEvent(m_Counts));
+    EXPECT_EQ(m_Reactor.TakeLog(), (CTexts{NOTIFY}));
+}
+
+TEST_F(CPSReactorBaseEventsTest, Closed_PostAndSend_RefusedUntilTheNextOpen)
+{
+    m_Reactor.Close();
+    m_Reactor.TakeLog();
+    EXPECT_EQ(m_Reactor.PostEvent(new CTestEvent(m_Counts)), MN_ERROR_NOT_INITIALIZED);
+    EXPECT_EQ(m_Reactor.SendEvent(new CTestEvent(m_Counts)), MN_ERROR_NOT_INITIALIZED);
+    EXPECT_EQ(m_Counts.m_nDestroyed, 2);
     EXPECT_EQ(m_Reactor.TakeLog(), CTexts()) << "a closed reactor has nobody to wake";
     m_Reactor.Open();
-    EXPECT_EQ(m_Reactor.GetPendingEventsCount(), 1u);
+    EXPECT_EQ(m_Reactor.PostEvent(new CTestEvent(m_Counts)), MN_OK);
     EXPECT_EQ(RunEvents(), MN_OK);
     EXPECT_EQ(m_Counts.m_nFired, 1);
-    m_Reactor.PostEvent(new CTestEvent(m_Counts));
-    EXPECT_EQ(m_Reactor.TakeLog(), (CTexts{NOTIFY}));
 }
 
 }  // namespace

@@ -204,7 +204,9 @@ TYPED_TEST(CPSReactorLoopEventsTest, Close_SenderStillWaiting_IsWokenWithNotAvai
 TYPED_TEST(CPSReactorLoopEventsTest, Close_EventsThatPostWhenDestroyed_NothingLeft)
 {
     this->m_pReactor->Open();
-    const auto post = [this] { this->Post(); };
+    const auto post = [this] {
+        EXPECT_EQ(this->m_pReactor->PostEvent(new CTestEvent(this->m_Counts)), MN_ERROR_NOT_INITIALIZED);
+    };
     this->m_pReactor->PostEvent((new CTestEvent(this->m_Counts))->AtDelete(post));
     this->m_pReactor->PostEvent(new CTestEvent(this->m_Counts, nullptr, post));
     this->m_pReactor->Close();

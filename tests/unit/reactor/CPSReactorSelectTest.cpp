@@ -218,18 +218,19 @@ TEST_F(CPSReactorSelectTest, Reopen_EventsDroppedByTheClose_NewOnesRunAgain)
     EXPECT_EQ(counts.m_nFired, 1);
 }
 
-TEST_F(CPSReactorSelectTest, Reopen_PostsWhileClosed_RunAfterOneRecord)
+TEST_F(CPSReactorSelectTest, Reopen_PostsWhileClosed_WereRefusedAndNewOnesRun)
 {
     CTestEventCounts counts;
     m_Reactor.PostEvent(new CTestEvent(counts));
     m_Reactor.Close();
     for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(m_Reactor.PostEvent(new CTestEvent(counts)), MN_OK);
-    m_Reactor.PostEvent(new CTestEvent(counts, [this] { return m_Reactor.StopEventLoop(); }));
+        EXPECT_EQ(m_Reactor.PostEvent(new CTestEvent(counts)), MN_ERROR_NOT_INITIALIZED);
+    EXPECT_EQ(counts.m_nDestroyed, 4);
     m_Reactor.Open();
-    EXPECT_EQ(m_Stack.CountOf("ps_send", 105), 1u);
+    EXPECT_EQ(m_Stack.CountOf("ps_send", 105), 0u);
+    m_Reactor.PostEvent(new CTestEvent(counts, [this] { return m_Reactor.StopEventLoop(); }));
     EXPECT_EQ(m_Reactor.RunEventLoop(), MN_OK);
-    EXPECT_EQ(counts.m_nFired, 4);
+    EXPECT_EQ(counts.m_nFired, 1);
 }
 
 TEST_F(CPSReactorSelectTest, Open_TwiceWithoutAClose_TheFirstPipeIsNotLeftOpen)
