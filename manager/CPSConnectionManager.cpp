@@ -1,10 +1,9 @@
 #include "manager/CPSConnectionManager.h"
 
 #include "ipstack/IIPStackManager.h"
-#include "mantle/CMNSingleton.h"
 #include "mantle/CMNThreadManager.h"
 #include "mantle/IMNTraceManager.h"
-#include "reactor/CPSReactorPoll.h"
+#include "proxy/CPSLateDeletes.h"
 #include "reactor/CPSThreadReactor.h"
 
 using mantle::CMNThreadManager;
@@ -31,7 +30,14 @@ CPSConnectionManager::~CPSConnectionManager()
 {
     for (CPSThreadReactor* thread : m_Threads)
         thread->TakeReactor();
-    delete m_pReactor.exchange(nullptr);
+    m_pReactor.store(nullptr);
+}
+
+void CPSConnectionManager::End()
+{
+    for (const auto& reactor : m_Reactors)
+        reactor->CloseQueue();
+    CPSLateDeletes::DeleteAll();
 }
 
 MNResult CPSConnectionManager::Init(unsigned int networkThreadCount)
@@ -55,8 +61,8 @@ MNResult CPSConnectionManager::Init(unsigned int networkThreadCount)
 
 MNResult CPSConnectionManager::SpawnNetworkThread_i()
 {
-    auto* reactor = new CPSReactorPoll;
-    m_Replaced.emplace_back(m_pReactor.exchange(reactor));
+    CPSReactorPoll* const reactor = m_Reactors.emplace_back(std::make_unique<CPSReactorPoll>()).get();
+    m_pReactor.store(reactor);
     for (unsigned int i = 0; i < m_dwThreadCount; ++i) {
         auto thread = std::make_unique<CPSThreadReactor>();
         MNResult result = thread->Init(reactor);

@@ -6,6 +6,8 @@
 #include <list>
 #include <memory>
 
+#include "mantle/CMNSingleton.h"
+#include "reactor/CPSReactorPoll.h"
 #include "uxport/IPSConnectionManager.h"
 
 namespace uxport
@@ -13,7 +15,8 @@ namespace uxport
 
 class CPSThreadReactor;
 
-class CPSConnectionManager : public IPSConnectionManager
+// The one of the process stays valid to its end, with its reactors: threads that nobody joins may hold pointers to them.
+class CPSConnectionManager : public IPSConnectionManager, public mantle::CMNLasting
 {
 public:
     CPSConnectionManager() = default;
@@ -27,6 +30,9 @@ public:
     IPSReactor* GetReactor() override { return m_pReactor.load(); }
     MNResult CreateRawSocket(unsigned short family, unsigned short protocol,
                              mantle::CMNAutoPtr<IPSRawTransport>& transport) override;
+
+    // The reactors refuse posts and destroy what they hold; deletions that waited for the network threads' end are done.
+    void End() override;
 
     // Deletes the reactors. The threads have ended by then; their objects stay, as connections may still point
     // at them, and lose their reactor.
@@ -42,8 +48,8 @@ private:
     MNResult CreateConnectionServer_i(unsigned long connectionType, IPSAcceptor*& out);
     MNResult CreateConnectionClient_i(unsigned long connectionType, IPSConnector*& out);
 
-    std::atomic<IPSReactor*> m_pReactor{nullptr};       // owned
-    std::list<std::unique_ptr<IPSReactor>> m_Replaced;  // of failed Inits; threads may still run them
+    std::atomic<IPSReactor*> m_pReactor{nullptr};           // the last of m_Reactors
+    std::list<std::unique_ptr<CPSReactorPoll>> m_Reactors;  // those of failed Inits, too: threads may still run them
     unsigned int m_dwThreadCount = 0;
     bool m_bInitialized = false;
     std::list<CPSThreadReactor*> m_Threads;  // in the order of creation; only Init changes it

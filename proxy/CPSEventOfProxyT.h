@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "mantle/CMNThread.h"
-#include "mantle/CMNThreadManager.h"
 #include "mantle/IMNEvent.h"
+#include "proxy/CPSLateDeletes.h"
 #include "proxy/PSNetworkThread.h"
 #include "uxport/IPSReactor.h"
 
@@ -14,23 +14,16 @@ namespace uxport
 {
 
 // Post to a queue of either side. Own: `event`, also when they refuse. Return: the post's result; 10002 when
-// there is no queue any more.
+// there is no queue, or it takes no more events.
 inline MNResult PSPostToUser(mantle::CMNThread* thread, IMNEvent* event)
 {
     IMNEventQueue* queue = thread ? thread->GetEventQueue() : nullptr;
-    if (queue)
-        return queue->PostEvent(event, IMNEventQueue::EPRIORITY_NORMAL);
-    event->OnDestorySelf();
-    return MN_ERROR_NOT_INITIALIZED;
+    return queue ? queue->PostEvent(event, IMNEventQueue::EPRIORITY_NORMAL) : mantle::MNRefuseEvent(event);
 }
 
 inline MNResult PSPostToNetwork(IPSReactor* reactor, IMNEvent* event)
 {
-    // The clean-up at the end of the process takes the reactors along with the singleton mutex.
-    if (reactor && mantle::CMNThreadManager::Instance()->GetSingletonMutex())
-        return reactor->PostEvent(event, IMNEventQueue::EPRIORITY_NORMAL);
-    event->OnDestorySelf();
-    return MN_ERROR_NOT_INITIALIZED;
+    return reactor ? reactor->PostEvent(event, IMNEventQueue::EPRIORITY_NORMAL) : mantle::MNRefuseEvent(event);
 }
 
 // Deletes a proxy on the network thread, in place when this is it or when there is no reactor to do it. A thread
@@ -43,7 +36,7 @@ void PSDeleteOnNetworkThread(Proxy* proxy, IPSReactor* reactor)
         return;
     }
     proxy->EnsureStopFlagThread("PSDeleteOnNetworkThread");
-    PSPostToNetwork(reactor, new mantle::CMNEventDeleteT<Proxy>(proxy));
+    PSPostToNetwork(reactor, new CPSEventDeleteProxyT<Proxy>(proxy));
 }
 
 // An event that keeps its proxy alive.

@@ -16,7 +16,8 @@ class IPSReactor;
 class UXPORT_API IPSConnectionManager
 {
 public:
-    // The one manager of the process. Thread: any. Returns: null once the process' clean-up has destroyed it.
+    // The one manager of the process. It and its reactor stay valid to the end of the process, also for threads that
+    // nobody joins. Thread: any. Returns: null once the process' clean-up has ended it.
     static IPSConnectionManager* Instance();
 
     // Makes the reactor and its network threads; the stack must have been started. One thread is what the
@@ -38,7 +39,7 @@ public:
     // Whether the id is a network thread's. Thread: any, after Init.
     virtual bool IsNetworkThread(unsigned long threadId) = 0;
 
-    // The reactor of the network threads; null before Init. Thread: any.
+    // The reactor of the network threads; null before Init. Once it has closed it refuses posts. Thread: any.
     virtual IPSReactor* GetReactor() = 0;
 
     // Does nothing, leaves `transport` alone and returns 0.

@@ -198,8 +198,7 @@ TEST_F(CPSConnectionManagerTest, Init_PipeCannotBeOpened_ReturnsZeroAndTheThread
     ASSERT_EQ(Threads().size(), 1u);
     EXPECT_EQ(Threads()[0]->Join(), MN_OK);
     CTestEventCounts counts;
-    EXPECT_EQ(m_pManager->GetReactor()->PostEvent(new CTestEvent(counts)), MN_OK);
-    m_pManager.reset();
+    EXPECT_EQ(m_pManager->GetReactor()->PostEvent(new CTestEvent(counts)), MN_ERROR_NOT_INITIALIZED);
     EXPECT_EQ(counts.m_nFired, 0);
     EXPECT_EQ(counts.m_nAlive, 0);
 }
