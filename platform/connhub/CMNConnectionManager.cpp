@@ -46,15 +46,25 @@ CLastResort s_LastResort;
 class CMNConnectionManager::CImpl
 {
 public:
-    ~CImpl()
+    ~CImpl() { End(); }
+
+    void End()
     {
-        s_LastResort.m_pThread.store(nullptr);
-        if (m_pThread) {
-            m_pThread->Stop();
-            m_pThread->Join();
+        std::shared_ptr<CMNHub> hub;
+        std::unique_ptr<CMNHubThread> thread;
+        {
+            CGuard guard(m_Mutex);
+            m_bEnded = true;
+            hub = std::move(m_pHub);
+            thread = std::move(m_pThread);
         }
-        if (m_pHub) {
-            m_pHub->Destroy();
+        s_LastResort.m_pThread.store(nullptr);
+        if (thread) {
+            thread->Stop();
+            thread->Join();
+        }
+        if (hub) {
+            hub->Destroy();
         }
     }
 
@@ -64,6 +74,9 @@ public:
         CGuard guard(m_Mutex);
         if (m_pHub) {
             return m_pHub;
+        }
+        if (m_bEnded) {
+            return nullptr;
         }
         auto hub = std::make_shared<CMNHub>();
         if (!hub->Init()) {
@@ -84,11 +97,17 @@ private:
     mantle::CMNMutexThread m_Mutex;
     std::shared_ptr<CMNHub> m_pHub MN_GUARDED_BY(m_Mutex);
     std::unique_ptr<CMNHubThread> m_pThread MN_GUARDED_BY(m_Mutex);
+    bool m_bEnded MN_GUARDED_BY(m_Mutex) = false;
 };
 
 CMNConnectionManager::CMNConnectionManager() : m_pImpl(new CImpl) {}
 
 CMNConnectionManager::~CMNConnectionManager() = default;
+
+void CMNConnectionManager::End()
+{
+    m_pImpl->End();
+}
 
 CMNConnectionManager* CMNConnectionManager::Instance()
 {

@@ -198,6 +198,20 @@ TEST_F(UDPTransportEndTest, TransportsOpen_CleanedUp_ReleasedAfterwardsDoNoHarm)
         testing::ExitedWithCode(0), "");
 }
 
+TEST_F(UDPTransportEndTest, ManagerHeldBeyondTheCleanUp_CreatesATransport_Refused)
+{
+    EXPECT_EXIT(
+        {
+            CMNConnectionManager* manager = CMNConnectionManager::Instance();
+            Play();
+            mantle::CMNThreadManager::Instance()->CleanUp();
+            IMNUDPTransport* transport = nullptr;
+            const bool refused = manager->CreateUDPTransport(&m_SinkA, transport) == mantle::MN_ERROR_FAILURE;
+            exit(refused && !transport ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
 TEST_F(UDPTransportEndTest, TransportsOpen_ProcessEnds_Quietly)
 {
     EXPECT_EXIT(
