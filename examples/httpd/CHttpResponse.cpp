@@ -25,6 +25,8 @@ const char* Phrase(int status)
         return "Method Not Allowed";
     case 416:
         return "Range Not Satisfiable";
+    case 429:
+        return "Too Many Requests";
     case 431:
         return "Request Header Fields Too Large";
     default:
@@ -47,6 +49,11 @@ CHttpResponse::CHttpResponse(const CHttpRequest& request, const CFolder& folder)
     : m_bLast(request.GetState() != CHttpRequest::EState::COMPLETE || !request.WantsKeepAlive())
 {
     Answer(request, folder);
+}
+
+CHttpResponse::CHttpResponse(int status) : m_bLast(true)
+{
+    AnswerError(status);
 }
 
 void CHttpResponse::Answer(const CHttpRequest& request, const CFolder& folder)

@@ -15,6 +15,9 @@ class CHttpResponse
 public:
     CHttpResponse(const CHttpRequest& request, const CFolder& folder);
 
+    // An error's, the connection's last.
+    explicit CHttpResponse(int status);
+
     const std::string& GetHead() const { return m_strHead; }
 
     // The next bytes of the body, `length` at most. Returns: how many; 0 at the end. Less than the head has promised can

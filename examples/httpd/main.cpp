@@ -14,6 +14,7 @@ using namespace uxport;
 namespace
 {
 
+// Thread: the network thread.
 class CHttpServer : public IPSAcceptorConnectorSink
 {
 public:
@@ -26,6 +27,15 @@ public:
         return result == MN_OK ? m_pAcceptor->StartListen(this, address, 0, 0) : result;
     }
 
+    MNResult Stop()
+    {
+        m_pAcceptor = nullptr;
+        for (const CHttpSession& session : m_Sessions)
+            m_dwAnswered += session.GetAnswered();
+        m_Sessions.clear();
+        return MN_OK;
+    }
+
     MNResult OnConnectIndication(long result, IPSTransport* transport, IPSAcceptorConnectorId* id) override
     {
         for (auto session = m_Sessions.begin(); session != m_Sessions.end();) {
@@ -35,13 +45,8 @@ public:
         return m_Sessions.emplace_back(m_Folder).OnConnectIndication(result, transport, id);
     }
 
-    unsigned long GetAnswered() const
-    {
-        unsigned long answered = m_dwAnswered;
-        for (const CHttpSession& session : m_Sessions)
-            answered += session.GetAnswered();
-        return answered;
-    }
+    // Behind Stop. Thread: any.
+    unsigned long GetAnswered() const { return m_dwAnswered; }
 
 private:
     const CFolder m_Folder;
@@ -68,11 +73,13 @@ int main(int argc, char** argv)
     if (!CExample::Start() || !path.Open())
         return 2;
     CHttpServer server(root);
-    if (const MNResult result = server.Start(CMNInetAddr("0.0.0.0", port)); result != MN_OK)
+    const MNResult result = CExample::OnNetworkThread([&] { return server.Start(CMNInetAddr("0.0.0.0", port)); });
+    if (result != MN_OK)
         return CExample::Fail("the server", result);
     std::puts("httpd: ready");
     std::fflush(stdout);
     CExample::Run();
+    CExample::OnNetworkThread([&server] { return server.Stop(); });
     std::printf("httpd: %lu requests answered\n", server.GetAnswered());
     return 0;
 }
