@@ -2,9 +2,9 @@
 
 #include <cstring>
 
-#include "CIPRandom.h"
 #include "lwip/ip.h"
 #include "lwip/prot/tcp.h"
+#include "mantle/CMNRandom.h"
 
 namespace ipstack
 {
@@ -72,7 +72,7 @@ bool CIPFlow::Read(const pbuf* packet) noexcept
 
 CIPFlowMixer::CIPFlowMixer() noexcept
 {
-    CIPRandom::Fill(m_Secret, sizeof(m_Secret));
+    mantle::CMNRandom::Fill(m_Secret, sizeof(m_Secret));
 }
 
 const CIPFlowMixer& CIPFlowMixer::Instance() noexcept

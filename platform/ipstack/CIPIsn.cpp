@@ -2,9 +2,9 @@
 
 #include <cstring>
 
-#include "CIPRandom.h"
 #include "lwip_hooks.h"
 #include "mantle/CMNClock.h"
+#include "mantle/CMNRandom.h"
 
 namespace ipstack
 {
@@ -39,9 +39,9 @@ std::uint8_t* PutPort(std::uint8_t* at, std::uint16_t port) noexcept
 // The secret key of this process.
 struct CKey
 {
-    CKey() noexcept { CIPRandom::Fill(m_Bytes, sizeof(m_Bytes)); }
+    CKey() noexcept { mantle::CMNRandom::Fill(m_Bytes, sizeof(m_Bytes)); }
 
-    std::uint8_t m_Bytes[CIPSipHash::KeyLength];
+    std::uint8_t m_Bytes[mantle::CMNSipHash::KeyLength];
 };
 
 }  // namespace
@@ -53,7 +53,7 @@ std::uint32_t CIPIsn::Make(const ip_addr_t& localIp, std::uint16_t localPort, co
     return Compute(s_Key.m_Bytes, mantle::CMNClock::NowUs(), localIp, localPort, remoteIp, remotePort);
 }
 
-std::uint32_t CIPIsn::Compute(const std::uint8_t (&key)[CIPSipHash::KeyLength], long long nowUs,
+std::uint32_t CIPIsn::Compute(const std::uint8_t (&key)[mantle::CMNSipHash::KeyLength], long long nowUs,
                               const ip_addr_t& localIp, std::uint16_t localPort, const ip_addr_t& remoteIp,
                               std::uint16_t remotePort) noexcept
 {
@@ -61,7 +61,7 @@ std::uint32_t CIPIsn::Compute(const std::uint8_t (&key)[CIPSipHash::KeyLength], 
     std::uint8_t* at = PutPort(PutAddress(message, localIp), localPort);
     PutPort(PutAddress(at, remoteIp), remotePort);
     return static_cast<std::uint32_t>(nowUs / TickUs) +
-           static_cast<std::uint32_t>(CIPSipHash::Hash(key, message, sizeof(message)));
+           static_cast<std::uint32_t>(mantle::CMNSipHash::Hash(key, message, sizeof(message)));
 }
 
 }  // namespace ipstack

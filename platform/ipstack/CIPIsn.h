@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-#include "CIPSipHash.h"
 #include "lwip/ip_addr.h"
+#include "mantle/CMNSipHash.h"
 
 namespace ipstack
 {
@@ -20,7 +20,7 @@ public:
                               std::uint16_t remotePort) noexcept;
 
     // The same for a given key and time.
-    static std::uint32_t Compute(const std::uint8_t (&key)[CIPSipHash::KeyLength], long long nowUs,
+    static std::uint32_t Compute(const std::uint8_t (&key)[mantle::CMNSipHash::KeyLength], long long nowUs,
                                  const ip_addr_t& localIp, std::uint16_t localPort, const ip_addr_t& remoteIp,
                                  std::uint16_t remotePort) noexcept;
 };

@@ -1,15 +1,10 @@
 #include "CIPRandom.h"
 
 #include <cstring>
-#include <random>
-
-#if defined(__linux__)
-#  include <sys/random.h>
-#  include <cerrno>
-#endif
 
 #include "arch/cc.h"
 #include "mantle/CMNMutexThread.h"
+#include "mantle/CMNRandom.h"
 
 namespace ipstack
 {
@@ -26,35 +21,11 @@ std::size_t s_nLeft MN_GUARDED_BY(s_Mutex) = 0;
 
 }  // namespace
 
-void CIPRandom::Fill(void* data, std::size_t length) noexcept
-{
-    unsigned char* at = static_cast<unsigned char*>(data);
-#if defined(__linux__)
-    while (length > 0) {
-        const ssize_t got = ::getrandom(at, length, 0);
-        if (got < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            break;
-        }
-        at += got;
-        length -= static_cast<std::size_t>(got);
-    }
-#endif
-    if (length > 0) {
-        std::random_device device;
-        for (; length > 0; --length) {
-            *at++ = static_cast<unsigned char>(device());
-        }
-    }
-}
-
 std::uint32_t CIPRandom::Get32() noexcept
 {
     mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(s_Mutex);
     if (s_nLeft < sizeof(std::uint32_t)) {
-        Fill(s_Pool, sizeof(s_Pool));
+        mantle::CMNRandom::Fill(s_Pool, sizeof(s_Pool));
         s_nLeft = sizeof(s_Pool);
     }
     s_nLeft -= sizeof(std::uint32_t);

@@ -2,7 +2,6 @@
 #ifndef IPSTACK_CIPRANDOM_H
 #define IPSTACK_CIPRANDOM_H
 
-#include <cstddef>
 #include <cstdint>
 
 namespace ipstack
@@ -12,9 +11,6 @@ namespace ipstack
 class CIPRandom
 {
 public:
-    // Unpredictable bytes for keys.
-    static void Fill(void* data, std::size_t length) noexcept;
-
     // An unpredictable number, all values equally likely; for ports.
     static std::uint32_t Get32() noexcept;
 

@@ -4,6 +4,9 @@
 
 #include <cstring>
 
+#include "mantle/CMNRandom.h"
+#include "mantle/CMNSipHash.h"
+
 namespace mantle
 {
 
@@ -20,6 +23,22 @@ constexpr int s_nIpv4Bytes = 4;
 constexpr int s_nIpv6Bytes = 16;
 constexpr unsigned char s_cSizeIpv4 = 16;
 constexpr unsigned char s_cSizeIpv6 = 28;
+
+// The secret of this process.
+CMNSipHash::CKey MakeHashKey() noexcept
+{
+    CMNSipHash::CKey key;
+    CMNRandom::Fill(&key, sizeof key);
+    return key;
+}
+
+template <class Word>
+Word Load(const unsigned char* bytes) noexcept
+{
+    Word word;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
 
 // Other threads may look at and write these two bytes at the same time.
 void StoreIfDifferent(unsigned char* place, unsigned char value) noexcept
@@ -146,24 +165,21 @@ CMNString CMNInetAddr::ToString() const
     return GetHostString() + ":" + port;
 }
 
-// FNV-1a, then mixed so that every bit of the address reaches every bit of the result.
+// Peers choose their addresses and ports: without the key they can't choose where they go in a table.
 std::uint32_t CMNInetAddr::hash() const noexcept
 {
-    std::uint32_t value = 2166136261u;
-    const auto add = [&value](unsigned char byte) { value = (value ^ byte) * 16777619u; };
-    add(m_cFamily);
-    add(m_Record.m_Bytes[s_nAtPort]);
-    add(m_Record.m_Bytes[s_nAtPort + 1]);
-    const int first = m_cFamily == s_wFamilyIpv6 ? s_nAtIpv6 : s_nAtIpv4;
-    const int count = m_cFamily == s_wFamilyIpv6 ? s_nIpv6Bytes : s_nIpv4Bytes;
-    for (int index = 0; index < count; ++index)
-        add(m_Record.m_Bytes[first + index]);
-    value ^= value >> 16;
-    value *= 0x85ebca6bu;
-    value ^= value >> 13;
-    value *= 0xc2b2ae35u;
-    value ^= value >> 16;
-    return value;
+    static const CMNSipHash::CKey s_Key = MakeHashKey();
+    const unsigned char* bytes = m_Record.m_Bytes;
+    std::uint64_t last = std::uint64_t{m_cFamily} << 48 | std::uint64_t{Load<std::uint16_t>(bytes + s_nAtPort)} << 32;
+    std::uint64_t address[2];
+    std::size_t words = 0;
+    if (m_cFamily == s_wFamilyIpv6) {
+        address[words++] = Load<std::uint64_t>(bytes + s_nAtIpv6);
+        address[words++] = Load<std::uint64_t>(bytes + s_nAtIpv6 + sizeof address[0]);
+    } else {
+        last |= Load<std::uint32_t>(bytes + s_nAtIpv4);
+    }
+    return static_cast<std::uint32_t>(CMNSipHash::Hash(s_Key, address, words, last));
 }
 
 bool operator==(const CMNInetAddr& a, const CMNInetAddr& b) noexcept

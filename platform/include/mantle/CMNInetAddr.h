@@ -55,6 +55,8 @@ public:
     CMNString GetHostString() const;
     CMNString ToString() const;
 
+    // Keyed with a secret of this process, so that strangers can't find addresses that meet in a table: another
+    // process answers another number.
     std::uint32_t hash() const noexcept;
 
     // 0.0.0.0 port 0. Writable memory, because the two bytes are written into whatever is passed.

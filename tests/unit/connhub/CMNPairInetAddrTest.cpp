@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <unordered_set>
+
+#include "tests/support/CollidingAddresses.h"
 
 namespace connhub
 {
@@ -50,6 +53,19 @@ TEST(InetAddrHashTest, PairWhoseHashesMeetNegative_Hashed_FoldOfTheirExclusiveOr
     }
     EXPECT_GT(negative, 20);
     EXPECT_EQ(InetAddrHash()(CMNPairInetAddr{CMNInetAddr("1.1.1.1", 1), CMNInetAddr("1.1.1.1", 1)}), 0u);
+}
+
+// The session table's buckets, whatever peers choose.
+TEST(InetAddrHashTest, PeersOfOneUnkeyedHash_InATable_ChainsStayShort)
+{
+    std::unordered_set<CMNPairInetAddr, InetAddrHash> table;
+    for (const CMNInetAddr& peer : CUnkeyedHash::Collide(300))
+        table.insert({peer, CMNInetAddr("10.0.0.1", 7)});
+    ASSERT_EQ(table.size(), 300u);
+    std::size_t longest = 0;
+    for (std::size_t bucket = 0; bucket < table.bucket_count(); ++bucket)
+        longest = std::max(longest, table.bucket_size(bucket));
+    EXPECT_LE(longest, 14u);
 }
 
 }  // namespace
