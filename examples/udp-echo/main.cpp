@@ -1,4 +1,4 @@
-// udp-echo: a server of many peers (RFC 862) and its clients, all of them main's.
+// udp-echo: a server of many peers (RFC 862) on the network thread, and its clients, which are main's.
 #include <cstdio>
 #include <list>
 
@@ -21,15 +21,24 @@ int main(int argc, char** argv)
     options.add_option("--peers", peers, "clients")->capture_default_str()->check(CLI::Range(0, 4000));
     options.add_option("--lines", lines, "datagrams of each")->capture_default_str()->check(CLI::Range(1, 1000000));
     options.add_option("--port", port, "of the server")->capture_default_str()->check(CLI::Range(1, 65535));
+    std::size_t most = 10000;
+    long idle = 60;
+    options.add_option("--most", most, "peers that the server knows at a time; the longest silent gives way")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 1000000));
+    options.add_option("--idle", idle, "seconds without a datagram until it forgets one")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 1000000));
     CExamplePath path;
     path.AddOptions(options);
     CLI11_PARSE(options, argc, argv);
 
     if (!CExample::Start() || !path.Open())
         return 2;
-    CEchoServer server;
-    if (const MNResult result = server.Start(CMNInetAddr("0.0.0.0", port)); result != MN_OK)
-        return CExample::Fail("the server", result);
+    CEchoServer server(most, idle);
+    const MNResult started = CExample::OnNetworkThread([&] { return server.Start(CMNInetAddr("0.0.0.0", port)); });
+    if (started != MN_OK)
+        return CExample::Fail("the server", started);
     int running = peers;
     std::list<CEchoClient> clients;
     for (int i = 1; i <= peers; ++i) {
@@ -41,11 +50,13 @@ int main(int argc, char** argv)
             return CExample::Fail("a client", result);
     }
     CExample::Run();
+    CExample::OnNetworkThread([&server] { return server.Stop(); });
 
     long answered = 0;
     for (const CEchoClient& client : clients)
         answered += client.GetAnswered();
     const long said = static_cast<long>(peers) * lines;
-    std::printf("udp-echo: %zu peers, %ld datagrams, %ld answered\n", server.ForgetPeers(), said, answered);
+    std::printf("udp-echo: %zu peers, %ld datagrams, %ld answered\n", server.GetMost(), said, answered);
+    std::printf("udp-echo: %lu peers gave way to others, %lu fell silent\n", server.GetDisplaced(), server.GetIdle());
     return answered == said ? 0 : 1;
 }
