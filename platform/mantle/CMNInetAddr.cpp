@@ -64,7 +64,7 @@ CMNInetAddr::CMNInetAddr(const char* host, unsigned short port) noexcept : CMNIn
 
 CMNInetAddr::CMNInetAddr(const CMNString& host, unsigned short port) noexcept : CMNInetAddr(host.c_str(), port) {}
 
-CMNInetAddr::CMNInetAddr(const CMNInetAddr& other) noexcept
+CMNInetAddr::CMNInetAddr(const CMNInetAddr& other) noexcept : m_Record{}
 {
     *this = other;
 }

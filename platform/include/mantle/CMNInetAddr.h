@@ -3,6 +3,7 @@
 #define MANTLE_CMNINETADDR_H
 
 #include <cstdint>
+#include <type_traits>
 
 #include "mantle/MNDefines.h"
 
@@ -30,6 +31,16 @@ public:
 
     // Returns: 0; 10008 for text that is no address, the object is then 0.0.0.0 port 0.
     MNResult Set(const char* host, unsigned short port) noexcept;
+
+    // The same for a number of any other type, as a literal is. Returns: also 10008, and leaves 0.0.0.0 port 0, for one
+    // that is no port.
+    template <class Port, std::enable_if_t<std::is_integral_v<Port>, int> = 0>
+    MNResult Set(const char* host, Port port) noexcept
+    {
+        const auto number = static_cast<unsigned short>(port);
+        const bool fits = static_cast<std::uint64_t>(port) == number;
+        return Set(fits ? host : nullptr, number);
+    }
 
     // From a stack record of family 2 or 10 (by its second byte). Returns: 0; 10008 for any other family or a
     // length that is too short for it, the object is then unchanged.
@@ -72,6 +83,7 @@ private:
     CRecord m_Record;
     unsigned char m_cSize;  // kept beside the record, whose two leading bytes others may write
     unsigned char m_cFamily;
+    [[maybe_unused]] unsigned char m_Rest[6]{};  // what would be padding, written as every byte of an object is
 
     friend MANTLE_API bool operator==(const CMNInetAddr& a, const CMNInetAddr& b) noexcept;
 };
