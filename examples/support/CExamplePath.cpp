@@ -1,7 +1,9 @@
 #include "CExamplePath.h"
 
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 #include <connhub/connhub.h>
 
@@ -36,6 +38,15 @@ bool CanBind(const CMNInetAddr& local)
            transport->Open(local) == MN_OK;
 }
 
+// One a line: its name and its value.
+void PrintCounters()
+{
+    std::vector<ipstack::CIPStackCounter> counters(IIPStackManager::Instance()->GetCounters(nullptr, 0));
+    IIPStackManager::Instance()->GetCounters(counters.data(), counters.size());
+    for (const ipstack::CIPStackCounter& counter : counters)
+        std::printf("%s %" PRIu64 "\n", counter.m_szName, counter.m_qwValue);
+}
+
 bool Complain(const std::string& what)
 {
     std::fprintf(stderr, "%s\n", what.c_str());
@@ -50,6 +61,8 @@ CExamplePath::~CExamplePath()
         IIPStackManager::Instance()->DestroyStack(m_pStack);
     m_pTun.reset();
     m_pUdp.reset();
+    if (m_bCounters && m_bOpened)
+        PrintCounters();
 }
 
 void CExamplePath::AddOptions(CLI::App& app)
@@ -70,10 +83,12 @@ void CExamplePath::AddOptions(CLI::App& app)
         ->check(CLI::Range(576, 65507))
         ->group(group);
     app.add_option("--capture", m_strCapture, "pcap file for what passes")->group(group);
+    app.add_flag("--counters", m_bCounters, "print the stack's counters at the end")->group(group);
 }
 
 bool CExamplePath::Open()
 {
+    m_bOpened = true;
     if (!OpenLayerBelow())
         return false;
     if (!m_pBelow)

@@ -10,7 +10,7 @@
 #include <CLI/CLI.hpp>
 
 // Without one of its options there is loopback only. Its destructor takes the link down, before anything is freed that
-// the link may call.
+// the link may call, and prints the stack's counters when they are asked for.
 class CExamplePath
 {
 public:
@@ -19,7 +19,7 @@ public:
     CExamplePath(const CExamplePath&) = delete;
     CExamplePath& operator=(const CExamplePath&) = delete;
 
-    // Adds --tun, --udp-local, --udp-remote, --address, --mtu and --capture.
+    // Adds --tun, --udp-local, --udp-remote, --address, --mtu, --capture and --counters.
     void AddOptions(CLI::App& app);
 
     // Makes the link that the options ask for; the stack has been started. Returns: false with a line on standard error.
@@ -37,6 +37,8 @@ private:
     std::string m_strTun;
     std::string m_strCapture;
     unsigned int m_dwMtu = 1400;
+    bool m_bCounters = false;
+    bool m_bOpened = false;
     std::unique_ptr<ipstack::CIPCapture> m_pCapture;
     std::unique_ptr<ipstack::CIPTunDevice> m_pTun;
     std::unique_ptr<uxport::CLowlevelP2PTransport> m_pUdp;
