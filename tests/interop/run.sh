@@ -23,7 +23,7 @@ mkdir -p "$3"
 # Whatever the test leaves running ends with it.
 exec unshare --net --pid --fork --kill-child $proc sh -eu -c '
     ip link set lo up
-    bin=$1 work=$2
-    . "$3/lib.sh"
-    . "$3/$4.sh"
+    bin=$1 work=$2 here=$3
+    . "$here/lib.sh"
+    . "$here/$4.sh"
 ' interop "$2" "$3" "$(CDPATH="" cd -- "$(dirname -- "$0")" && pwd)" "$1"
