@@ -1,13 +1,35 @@
 #include "CMNDatagramBatch.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace connhub
 {
 
-void CMNDatagramBatch::Add(const char* data, std::size_t length, const mantle::CMNInetAddr& to)
+namespace
 {
+
+template <class T>
+void MakeRoom(std::vector<T>& items, std::size_t more)
+{
+    const std::size_t needed = items.size() + more;
+    if (needed > items.capacity()) {
+        items.reserve(std::max(needed, 2 * items.size()));
+    }
+}
+
+}  // namespace
+
+bool CMNDatagramBatch::Add(const char* data, std::size_t length, const mantle::CMNInetAddr& to) noexcept
+{
+    try {
+        MakeRoom(m_To, 1);
+        MakeRoom(m_Entries, 1);
+        MakeRoom(m_Bytes, length);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
     if (m_To.empty() || m_To.back() != to) {
         m_To.push_back(to);
     }
@@ -15,6 +37,7 @@ void CMNDatagramBatch::Add(const char* data, std::size_t length, const mantle::C
     if (length != 0) {
         m_Bytes.insert(m_Bytes.end(), data, data + length);
     }
+    return true;
 }
 
 CMNDatagramBatch::CRun CMNDatagramBatch::GetRun(std::size_t skip, std::size_t maxCount,

@@ -25,7 +25,8 @@ public:
         const mantle::CMNInetAddr* m_pTo;
     };
 
-    void Add(const char* data, std::size_t length, const mantle::CMNInetAddr& to);
+    // Returns: false when there is no memory; nothing is added then.
+    bool Add(const char* data, std::size_t length, const mantle::CMNInetAddr& to) noexcept;
 
     bool IsEmpty() const noexcept { return m_nFirst == m_Entries.size(); }
     std::size_t GetCount() const noexcept { return m_Entries.size() - m_nFirst; }

@@ -3,7 +3,8 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <new>
+#include <utility>
 
 #include "CMNUDPChannel.h"
 
@@ -66,53 +67,97 @@ bool CMNHub::IsCurrent() const noexcept
     return t_pCurrent == this;
 }
 
-bool CMNHub::Ask(CChannels CMNHub::*list, const std::shared_ptr<CMNUDPChannel>& channel)
+void CMNHub::Add(CChannels& list, const std::shared_ptr<CMNUDPChannel>& channel, bool& all) noexcept
+{
+    try {
+        list.push_back(channel);
+    } catch (const std::bad_alloc&) {
+        all = true;
+    }
+}
+
+// The operation may have its channel forgotten.
+template <class Operation>
+void CMNHub::ForAll(Operation operation)
+{
+    for (auto at = m_Channels.begin(); at != m_Channels.end();) {
+        const std::shared_ptr<CMNUDPChannel> channel = *at++;
+        operation(*channel);
+    }
+}
+
+mantle::MNResult CMNHub::AskStart(const std::shared_ptr<CMNUDPChannel>& channel)
 {
     CGuard guard(m_Mutex);
     if (m_bEnded) {
-        return false;
+        return mantle::MN_ERROR_NOT_INITIALIZED;
     }
-    (this->*list).push_back(channel);
+    try {
+        m_Starts.push_back(channel);
+    } catch (const std::bad_alloc&) {
+        return mantle::MN_ERROR_UNEXPECTED;
+    }
     uv_async_send(&m_Wake);
-    return true;
+    return mantle::MN_OK;
 }
 
-bool CMNHub::AskStart(const std::shared_ptr<CMNUDPChannel>& channel)
+void CMNHub::AskFlush(const std::shared_ptr<CMNUDPChannel>& channel) noexcept
 {
-    return Ask(&CMNHub::m_Starts, channel);
+    CGuard guard(m_Mutex);
+    if (!m_bEnded) {
+        Add(m_Flushes, channel, m_bFlushAll);
+        uv_async_send(&m_Wake);
+    }
 }
 
-void CMNHub::AskFlush(const std::shared_ptr<CMNUDPChannel>& channel)
+void CMNHub::AskClose(const std::shared_ptr<CMNUDPChannel>& channel) noexcept
 {
-    Ask(&CMNHub::m_Flushes, channel);
-}
-
-void CMNHub::AskClose(const std::shared_ptr<CMNUDPChannel>& channel)
-{
-    Ask(&CMNHub::m_Closes, channel);
+    CGuard guard(m_Mutex);
+    if (!m_bEnded) {
+        Add(m_Closes, channel, m_bCloseAll);
+        uv_async_send(&m_Wake);
+    }
 }
 
 void CMNHub::OnWake()
 {
-    CChannels starts;
+    CKept starts;
     CChannels flushes;
     CChannels closes;
+    bool flushAll = false;
+    bool closeAll = false;
     bool stop = false;
     {
         CGuard guard(m_Mutex);
         starts.swap(m_Starts);
         flushes.swap(m_Flushes);
         closes.swap(m_Closes);
+        std::swap(flushAll, m_bFlushAll);
+        std::swap(closeAll, m_bCloseAll);
         stop = m_bStop;
     }
-    for (const auto& channel : starts) {
-        channel->StartOnLoop();
+    while (!starts.empty()) {
+        const std::shared_ptr<CMNUDPChannel> channel = starts.front();
+        m_Channels.splice(m_Channels.end(), starts, starts.begin());
+        if (!channel->StartOnLoop()) {
+            Forget(channel.get());
+        }
     }
     for (const auto& channel : flushes) {
         channel->FlushOnLoop();
     }
+    if (flushAll) {
+        ForAll([](CMNUDPChannel& channel) { channel.FlushOnLoop(); });
+    }
     for (const auto& channel : closes) {
         channel->CloseOnLoop();
+    }
+    if (closeAll) {
+        ForAll([](CMNUDPChannel& channel) {
+            if (channel.IsClosed()) {
+                channel.CloseOnLoop();
+            }
+        });
     }
     if (stop) {
         uv_stop(&m_Loop);
@@ -126,11 +171,14 @@ void CMNHub::FlushNow()
         channel->FlushOnLoop();
     }
     m_FlushSoon.clear();
+    if (std::exchange(m_bFlushAllSoon, false)) {
+        ForAll([](CMNUDPChannel& channel) { channel.FlushOnLoop(); });
+    }
 }
 
-void CMNHub::RetrySoon(const std::shared_ptr<CMNUDPChannel>& channel)
+void CMNHub::RetrySoon(const std::shared_ptr<CMNUDPChannel>& channel) noexcept
 {
-    m_RetrySoon.push_back(channel);
+    Add(m_RetrySoon, channel, m_bRetryAll);
     if (uv_is_active(reinterpret_cast<uv_handle_t*>(&m_Retry)) == 0) {
         uv_timer_start(
             &m_Retry, [](uv_timer_t* timer) { static_cast<CMNHub*>(timer->data)->OnRetry(); }, s_qwRetryMs, 0);
@@ -144,31 +192,30 @@ void CMNHub::OnRetry()
     for (const auto& channel : channels) {
         channel->RetryOnLoop();
     }
+    if (std::exchange(m_bRetryAll, false)) {
+        ForAll([](CMNUDPChannel& channel) { channel.RetryOnLoop(); });
+    }
 }
 
 void CMNHub::Forget(const CMNUDPChannel* channel)
 {
-    m_Channels.erase(std::remove_if(m_Channels.begin(), m_Channels.end(),
-                                    [channel](const auto& entry) { return entry.get() == channel; }),
-                     m_Channels.end());
+    m_Channels.remove_if([channel](const auto& entry) { return entry.get() == channel; });
 }
 
 void CMNHub::CloseAll()
 {
-    CChannels starts;
-    CChannels others;
+    CKept starts;
+    CChannels others[2];  // which must not die under the mutex
     {
         CGuard guard(m_Mutex);
         m_bEnded = true;
         starts.swap(m_Starts);
-        others.swap(m_Flushes);
-        others.insert(others.end(), m_Closes.begin(), m_Closes.end());
-        m_Closes.clear();
+        others[0].swap(m_Flushes);
+        others[1].swap(m_Closes);
     }
-    starts.insert(starts.end(), m_Channels.begin(), m_Channels.end());
-    for (const auto& channel : starts) {
-        channel->End();
-    }
+    m_Channels.splice(m_Channels.end(), starts);
+    ForAll([](CMNUDPChannel& channel) { channel.End(); });
+    m_Channels.clear();
     m_FlushSoon.clear();
     m_RetrySoon.clear();
 }

@@ -4,6 +4,7 @@
 
 #include <uv.h>
 
+#include <list>
 #include <memory>
 #include <vector>
 
@@ -40,17 +41,18 @@ public:
     // Ends every channel and gives the loop back. State: the background thread has been joined or never started.
     void Destroy();
 
-    // What the loop is to do with a channel. Thread: any. AskStart returns false when the hub has ended.
-    bool AskStart(const std::shared_ptr<CMNUDPChannel>& channel);
-    void AskFlush(const std::shared_ptr<CMNUDPChannel>& channel);
-    void AskClose(const std::shared_ptr<CMNUDPChannel>& channel);
+    // What the loop is to do with a channel; where there is no memory to note which, it looks at every one. Thread: any.
+    // AskStart returns 0; 10002 when the hub has ended; 10006 when there is no memory.
+    mantle::MNResult AskStart(const std::shared_ptr<CMNUDPChannel>& channel);
+    void AskFlush(const std::shared_ptr<CMNUDPChannel>& channel) noexcept;
+    void AskClose(const std::shared_ptr<CMNUDPChannel>& channel) noexcept;
 
     // Has the channel flushed before the loop waits again or handles another piece. Thread: the background thread.
-    void FlushSoon(const std::shared_ptr<CMNUDPChannel>& channel) { m_FlushSoon.push_back(channel); }
+    void FlushSoon(const std::shared_ptr<CMNUDPChannel>& channel) noexcept { Add(m_FlushSoon, channel, m_bFlushAllSoon); }
     void FlushNow();
 
     // Has the channel tried again in a moment, when the system takes no more. Thread: the background thread.
-    void RetrySoon(const std::shared_ptr<CMNUDPChannel>& channel);
+    void RetrySoon(const std::shared_ptr<CMNUDPChannel>& channel) noexcept;
 
     uv_loop_t* GetLoop() noexcept { return &m_Loop; }
     CMNReceiveRoom& GetRoom() noexcept { return m_Room; }
@@ -61,14 +63,17 @@ public:
     // A descriptor that nobody reads or watches.
     int GetSpare() const noexcept { return m_nSpare; }
 
-    // The loop's thread. What the loop holds open.
-    void Keep(const std::shared_ptr<CMNUDPChannel>& channel) { m_Channels.push_back(channel); }
+    // The loop's thread. A channel that the loop no longer holds open.
     void Forget(const CMNUDPChannel* channel);
 
 private:
     using CChannels = std::vector<std::shared_ptr<CMNUDPChannel>>;
+    using CKept = std::list<std::shared_ptr<CMNUDPChannel>>;
 
-    bool Ask(CChannels CMNHub::*list, const std::shared_ptr<CMNUDPChannel>& channel);
+    // `all` is set where there is no memory.
+    static void Add(CChannels& list, const std::shared_ptr<CMNUDPChannel>& channel, bool& all) noexcept;
+    template <class Operation>
+    void ForAll(Operation operation);
     void OnWake();
     void OnRetry();
     void CloseAll();
@@ -79,14 +84,18 @@ private:
     bool m_bInitialised = false;
     int m_nSpare = -1;
     CMNReceiveRoom m_Room;
-    CChannels m_Channels;
+    CKept m_Channels;  // what the loop holds open
     CChannels m_FlushSoon;
     CChannels m_RetrySoon;
+    bool m_bFlushAllSoon = false;
+    bool m_bRetryAll = false;
 
     mantle::CMNMutexThread m_Mutex;
-    CChannels m_Starts MN_GUARDED_BY(m_Mutex);
+    CKept m_Starts MN_GUARDED_BY(m_Mutex);  // each with its place in m_Channels
     CChannels m_Flushes MN_GUARDED_BY(m_Mutex);
     CChannels m_Closes MN_GUARDED_BY(m_Mutex);
+    bool m_bFlushAll MN_GUARDED_BY(m_Mutex) = false;
+    bool m_bCloseAll MN_GUARDED_BY(m_Mutex) = false;
     bool m_bStop MN_GUARDED_BY(m_Mutex) = false;
     bool m_bEnded MN_GUARDED_BY(m_Mutex) = false;
 };

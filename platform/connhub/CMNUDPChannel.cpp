@@ -1,6 +1,8 @@
 #include "CMNUDPChannel.h"
 
 #include <algorithm>
+#include <new>
+#include <optional>
 #include <utility>
 
 #include "CMNHub.h"
@@ -43,9 +45,10 @@ MNResult CMNUDPChannel::Open(const CMNInetAddr& local)
     if (result != mantle::MN_OK) {
         return result;
     }
-    if (!m_pHub->AskStart(shared_from_this())) {
+    const MNResult asked = m_pHub->AskStart(shared_from_this());
+    if (asked != mantle::MN_OK) {
         m_Socket.Close();
-        return mantle::MN_ERROR_NOT_INITIALIZED;
+        return asked;
     }
     m_eState = EState::OPEN;
     return mantle::MN_OK;
@@ -79,6 +82,7 @@ CMNUDPTransportCounters CMNUDPChannel::GetCounters()
     counters.m_qwSegmentedRefused = get(m_Counts.m_qwSegmentedRefused);
     counters.m_qwDropped = get(m_Counts.m_qwDropped);
     counters.m_qwFailed = get(m_Counts.m_qwFailed);
+    counters.m_qwNoMemory = get(m_Counts.m_qwNoMemory);
     CGuard guard(m_Mutex);
     counters.m_qwQueued = m_Waiting.GetCount() + m_nCountInSending;
     return counters;
@@ -103,19 +107,26 @@ void CMNUDPChannel::Leave()
     }
 }
 
-void CMNUDPChannel::StartOnLoop()
+// Returns: whether the loop watches it.
+bool CMNUDPChannel::StartOnLoop()
 {
     if (!Enter()) {
-        return;
+        return false;
     }
     if (uv_poll_init(m_pHub->GetLoop(), &m_Poll, m_Socket.GetHandle()) == 0) {
         m_Poll.data = this;
         m_bWatched = true;
         m_pUntilClosed = shared_from_this();
-        m_pHub->Keep(m_pUntilClosed);
         Watch();
     }
     Leave();
+    return m_bWatched;
+}
+
+bool CMNUDPChannel::IsClosed()
+{
+    CGuard guard(m_Mutex);
+    return m_eState == EState::CLOSED;
 }
 
 void CMNUDPChannel::Watch()
@@ -186,8 +197,15 @@ bool CMNUDPChannel::Deliver(const char* data, std::size_t length, const CMNInetA
 {
     CMNUDPCounts::Add(m_Counts.m_qwReceived);
     CMNUDPCounts::Add(m_Counts.m_qwReceivedBytes, length);
-    mantle::CMNMessageBlock block(length, data, mantle::CMNMessageBlock::DONT_DELETE, length);
-    m_Sink.OnReceive(block, from);
+    std::optional<mantle::CMNMessageBlock> block;
+    try {
+        block.emplace(length, data, mantle::CMNMessageBlock::DONT_DELETE, length);
+    } catch (const std::bad_alloc&) {
+        CMNUDPCounts::Add(m_Counts.m_qwNoMemory);
+    }
+    if (block) {
+        m_Sink.OnReceive(*block, from);
+    }
     CGuard guard(m_Mutex);
     return m_eState == EState::OPEN;
 }

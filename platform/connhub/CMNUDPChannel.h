@@ -52,10 +52,11 @@ public:
     void FlushOfBurst();
 
     // Of the loop. Thread: the background thread.
-    void StartOnLoop();
+    bool StartOnLoop();
     void FlushOnLoop();
     void RetryOnLoop();
     void CloseOnLoop();
+    bool IsClosed();
 
     // As CloseOnLoop, of a loop that no thread runs any more.
     void End();

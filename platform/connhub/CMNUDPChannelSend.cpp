@@ -23,6 +23,9 @@ constexpr std::uint64_t s_qwBurstNs = 5000;
 // As much as one segmented send takes: no sense in waiting for more.
 constexpr std::size_t s_nFullSend = 60000;
 
+// Channels that one burst nearly always does with.
+constexpr std::size_t s_nChannelRoom = 4;
+
 // Calls in a row before other channels have their turn.
 constexpr int s_nSendRounds = 8;
 
@@ -37,19 +40,26 @@ thread_local mantle::CMNBurstWork t_Work([]() noexcept {
     }
 });
 
-// State: the calling thread is inside a burst.
-void SendAtBurstEnd(CMNUDPChannel& channel)
+// State: the calling thread is inside a burst. Returns: false when there is no memory to note it.
+bool SendAtBurstEnd(CMNUDPChannel& channel) noexcept
 {
-    if (!t_pChannels) {
-        t_pChannels = new std::vector<std::shared_ptr<CMNUDPChannel>>;
-        mantle::CMNBurst::PutOff(t_Work);
-    }
-    for (const auto& known : *t_pChannels) {
-        if (known.get() == &channel) {
-            return;
+    try {
+        if (!t_pChannels) {
+            auto channels = std::make_unique<std::vector<std::shared_ptr<CMNUDPChannel>>>();
+            channels->reserve(s_nChannelRoom);
+            t_pChannels = channels.release();
+            mantle::CMNBurst::PutOff(t_Work);
         }
+        for (const auto& known : *t_pChannels) {
+            if (known.get() == &channel) {
+                return true;
+            }
+        }
+        t_pChannels->push_back(channel.shared_from_this());
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
     }
-    t_pChannels->push_back(channel.shared_from_this());
 }
 
 }  // namespace
@@ -100,8 +110,11 @@ MNResult CMNUDPChannel::Send(const char* data, unsigned long length, const CMNIn
                 CMNUDPCounts::Add(m_Counts.m_qwDropped);
                 return mantle::MN_ERROR_FAILURE;
             }
+            if (!noRoom && !m_Waiting.Add(data, length, to)) {
+                CMNUDPCounts::Add(m_Counts.m_qwNoMemory);
+                return mantle::MN_ERROR_UNEXPECTED;
+            }
             if (!noRoom) {
-                m_Waiting.Add(data, length, to);
                 m_qwLastSend = std::max(m_qwLastSend, now);
             }
             if (!noRoom && !m_bSending && !m_bFull) {
@@ -126,7 +139,9 @@ MNResult CMNUDPChannel::Send(const char* data, unsigned long length, const CMNIn
     if (ask && onLoop) {
         m_pHub->FlushSoon(shared_from_this());
     } else if (atEnd) {
-        SendAtBurstEnd(*this);
+        if (!SendAtBurstEnd(*this)) {
+            FlushOfBurst();
+        }
     } else if (ask) {
         m_pHub->AskFlush(shared_from_this());
     }
@@ -138,16 +153,18 @@ MNResult CMNUDPChannel::SendAlone(const char* data, unsigned long length, const 
 {
     const bool full = m_Socket.SendOne(data, length, to, m_Counts) == CMNUDPSocket::EOutcome::FULL;
     bool ask = false;
-    bool dropped = false;
+    MNResult result = mantle::MN_OK;
     {
         CGuard guard(m_Mutex);
         EndSend();
         if (full && length > m_nLimit) {
             CMNUDPCounts::Add(m_Counts.m_qwDropped);
-            dropped = true;
+            result = mantle::MN_ERROR_FAILURE;
+        } else if (full && !m_Sending.Add(data, length, to)) {
+            CMNUDPCounts::Add(m_Counts.m_qwNoMemory);
+            result = mantle::MN_ERROR_UNEXPECTED;
         } else if (full) {
             // In front of what others have queued meanwhile.
-            m_Sending.Add(data, length, to);
             m_nInSending = length;
             m_nCountInSending = 1;
         }
@@ -158,7 +175,7 @@ MNResult CMNUDPChannel::SendAlone(const char* data, unsigned long length, const 
     if (ask) {
         m_pHub->AskFlush(shared_from_this());
     }
-    return dropped ? mantle::MN_ERROR_FAILURE : mantle::MN_OK;
+    return result;
 }
 
 // One round: what waits now. State: this thread has set m_bSending. Returns: whether the loop is to be asked for more.

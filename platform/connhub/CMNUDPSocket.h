@@ -28,6 +28,7 @@ struct CMNUDPCounts
     CCount m_qwSegmentedRefused{0};
     CCount m_qwDropped{0};
     CCount m_qwFailed{0};
+    CCount m_qwNoMemory{0};
 
     static void Add(CCount& count, std::uint64_t step = 1) noexcept
     {

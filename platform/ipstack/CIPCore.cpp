@@ -11,6 +11,7 @@
 #include "CIPLink.h"
 #include "CIPPacketFilter.h"
 #include "CIPStackThread.h"
+#include "CIPTcpBacklog.h"
 #include "CIPTcpEnd.h"
 #include "lwip/init.h"
 #include "lwip/ip4_frag.h"
@@ -97,6 +98,9 @@ bool CIPCore::Start()
             return false;
         }
         lwip_init();
+        CIPDemux::Start();
+        CIPTcpEnd::Start();
+        CIPTcpBacklog::Start();
         tcp_ticks = 1;  // a round trip that began at 0 would not be measured
         m_bStarted.store(true, std::memory_order_release);
     }
@@ -129,17 +133,13 @@ void CIPCore::WakeTimerThread() noexcept
     m_pThread->Wake();
 }
 
-void CIPCore::AddOutput(CIPLink* link)
-{
-    m_Outputs.Add(link);
-}
-
 void CIPCore::LeaveOutput(CIPLink* link)
 {
     CIPCoreGuard guard;
     CIPCounters::Add(CIPCounters::DrainLimit);
     if (!m_LeftOutputs.Add(link)) {
-        link->m_dwInside.fetch_sub(1);  // another call has left it there already
+        // Another call has left it there already, or there is no memory: the link's next packet takes the rest along.
+        link->m_dwInside.fetch_sub(1);
     }
     WakeTimerThread();
 }

@@ -51,8 +51,9 @@ public:
     // Collects a waiter to be signalled when the lock is given up. State: the core lock is held.
     CIPWakeList& GetWakes() noexcept { return m_Wakes; }
 
-    // Has `link` send what its queue holds once the lock is given up. State: the core lock is held.
-    void AddOutput(CIPLink* link);
+    // Has `link` send what its queue holds once the lock is given up. State: the core lock is held. Returns: false when
+    // there is no memory.
+    bool AddOutput(CIPLink* link) noexcept { return m_Outputs.Add(link); }
 
     // Leaves what `link` has still to send to the stack's own thread. Thread: any, the core lock not held.
     void LeaveOutput(CIPLink* link);

@@ -13,7 +13,8 @@ namespace ipstack
 
 // Each counter: its identifier and its name. The filter's rows are the reasons why a link's packet was dropped
 // before the stack saw it: link.in = link.delivered + the sum of filter.*. What the stack sends to itself is no link's:
-// loop.* are the reasons why such a packet was dropped.
+// loop.* are the reasons why such a packet was dropped. memory.failed: allocations of
+// this layer that failed, each at the cost of a packet, a connection or a call; lwIP counts its own (lwip.*.memerr).
 #define UXPORT_IPSTACK_COUNTERS(X)                         \
   X(LinkIn, "link.in")                                     \
   X(LinkInBytes, "link.in_bytes")                          \
@@ -91,7 +92,8 @@ namespace ipstack
   X(TunIn, "tun.in")                                       \
   X(TunOut, "tun.out")                                     \
   X(TunOutputFailed, "tun.output_failed")                  \
-  X(CaptureFailed, "capture.failed")
+  X(CaptureFailed, "capture.failed")                       \
+  X(MemoryFailed, "memory.failed")
 
 // 64-bit counters that any thread may raise and read.
 class CIPCounters

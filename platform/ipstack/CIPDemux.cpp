@@ -10,6 +10,12 @@
 namespace ipstack
 {
 
+void CIPDemux::Start()
+{
+    CIPDemuxTcp::Start();
+    CIPDemuxUdp::Start();
+}
+
 err_t CIPDemux::Input(pbuf* packet, netif* link) noexcept
 {
     CIPFlow flow;
@@ -35,9 +41,9 @@ std::size_t CIPDemux::GetTcpCount() noexcept
     return CIPDemuxTcp::GetCount();
 }
 
-void CIPDemux::AddUdp(udp_pcb* pcb) noexcept
+bool CIPDemux::AddUdp(udp_pcb* pcb) noexcept
 {
-    CIPDemuxUdp::Add(pcb);
+    return CIPDemuxUdp::Add(pcb);
 }
 
 void CIPDemux::RemoveUdp(udp_pcb* pcb) noexcept

@@ -22,6 +22,9 @@ namespace ipstack
 class CIPDemux
 {
 public:
+    // Makes the tables. Before anything else.
+    static void Start();
+
     // Hands a packet to lwIP, whatever it is; owns it from then on. Never from inside a callback of lwIP's.
     static err_t Input(pbuf* packet, netif* link) noexcept;
 
@@ -31,8 +34,8 @@ public:
     static bool AddTcp(tcp_pcb* pcb) noexcept;
 
     // Takes in a datagram socket that has a local port, or takes note of its new addresses: after each bind,
-    // connect and disconnect.
-    static void AddUdp(udp_pcb* pcb) noexcept;
+    // connect and disconnect. Returns: false when there is no memory; it is then filed as before.
+    static bool AddUdp(udp_pcb* pcb) noexcept;
 
     // Before udp_remove. Unknown ones are ignored.
     static void RemoveUdp(udp_pcb* pcb) noexcept;

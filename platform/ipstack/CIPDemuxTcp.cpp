@@ -111,6 +111,7 @@ bool CTcpTable::Add(tcp_pcb* pcb) noexcept
 {
     CTcpNode* node = new (std::nothrow) CTcpNode{nullptr, 0, pcb};
     if (node == nullptr) {
+        CIPCounters::Add(CIPCounters::MemoryFailed);
         return false;
     }
     if (m_nCount >= m_Buckets.size()) {
@@ -210,6 +211,11 @@ bool InputToListener(pbuf* packet, netif* link, err_t& result) noexcept
 }
 
 }  // namespace
+
+void CIPDemuxTcp::Start()
+{
+    CTcpTable::Instance();
+}
 
 err_t CIPDemuxTcp::Input(const CIPFlow& flow, pbuf* packet, netif* link) noexcept
 {

@@ -17,7 +17,8 @@ namespace ipstack
 class CIPDemuxTcp
 {
 public:
-    // As CIPDemux::Input and AddTcp.
+    // As CIPDemux::Start, Input and AddTcp.
+    static void Start();
     static err_t Input(const CIPFlow& flow, pbuf* packet, netif* link) noexcept;
     static bool Add(tcp_pcb* pcb) noexcept;
 

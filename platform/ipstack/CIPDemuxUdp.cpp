@@ -60,12 +60,37 @@ struct CUdpTable
         static CUdpTable& s_Table = *new CUdpTable;
         return s_Table;
     }
-};
 
-void Erase(CUdpList& list, const udp_pcb* pcb) noexcept
-{
-    list.erase(std::remove(list.begin(), list.end(), pcb), list.end());
-}
+    // Takes the socket, where it stands first, out of the list that `file` names.
+    void RemoveFrom(const CUdpFile& file, const udp_pcb* pcb) noexcept
+    {
+        if (file.m_bConnected) {
+            Erase(m_Connected, file.m_Peer, pcb);
+        } else {
+            Erase(m_Unconnected, file.m_Peer.m_wLocalPort, pcb);
+        }
+    }
+
+    // Takes that list out if nothing is in it.
+    void ForgetList(const CUdpFile& file) noexcept { RemoveFrom(file, nullptr); }
+
+private:
+    template <class Map>
+    static void Erase(Map& lists, const typename Map::key_type& key, const udp_pcb* pcb) noexcept
+    {
+        const auto list = lists.find(key);
+        if (list == lists.end()) {
+            return;
+        }
+        const auto at = std::find(list->second.begin(), list->second.end(), pcb);
+        if (at != list->second.end()) {
+            list->second.erase(at);
+        }
+        if (list->second.empty()) {
+            lists.erase(list);
+        }
+    }
+};
 
 // Shows lwIP the given sockets, newest first as its own list has them.
 class CUdpView
@@ -116,6 +141,11 @@ private:
 
 }  // namespace
 
+void CIPDemuxUdp::Start()
+{
+    CUdpTable::Instance();
+}
+
 err_t CIPDemuxUdp::Input(const CIPFlow& flow, pbuf* packet, netif* link) noexcept
 {
     const CUdpTable& table = CUdpTable::Instance();
@@ -144,23 +174,33 @@ err_t CIPDemuxUdp::Input(const CIPFlow& flow, pbuf* packet, netif* link) noexcep
     return ip_input(packet, link);
 }
 
-void CIPDemuxUdp::Add(udp_pcb* pcb) noexcept
+bool CIPDemuxUdp::Add(udp_pcb* pcb) noexcept
 {
-    Remove(pcb);
     CUdpTable& table = CUdpTable::Instance();
     const CUdpFile file{(pcb->flags & UDP_FLAGS_CONNECTED) != 0,
                         CUdpPeer{pcb->local_port, pcb->remote_port, pcb->remote_ip}};
+    CUdpFile* filed = nullptr;
     try {
         if (table.m_Saved.capacity() <= table.m_Files.size()) {
             table.m_Saved.reserve(2 * (table.m_Files.size() + 1));
         }
+        const auto [at, isNew] = table.m_Files.try_emplace(pcb, file);
+        filed = isNew ? nullptr : &at->second;
         CUdpList& list = file.m_bConnected ? table.m_Connected[file.m_Peer] : table.m_Unconnected[pcb->local_port];
-        table.m_Files.emplace(pcb, file);
         list.push_back(pcb);
     } catch (const std::bad_alloc&) {
-        // It is still found in lwIP's own list, which serves what the table does not know.
-        table.m_Files.erase(pcb);
+        table.ForgetList(file);
+        if (!filed) {
+            table.m_Files.erase(pcb);
+        }
+        CIPCounters::Add(CIPCounters::MemoryFailed);
+        return false;
     }
+    if (filed) {
+        table.RemoveFrom(*filed, pcb);  // one of two where it is filed the same way again
+        *filed = file;
+    }
+    return true;
 }
 
 void CIPDemuxUdp::Remove(udp_pcb* pcb) noexcept
@@ -170,19 +210,7 @@ void CIPDemuxUdp::Remove(udp_pcb* pcb) noexcept
     if (file == table.m_Files.end()) {
         return;
     }
-    if (file->second.m_bConnected) {
-        const auto list = table.m_Connected.find(file->second.m_Peer);
-        Erase(list->second, pcb);
-        if (list->second.empty()) {
-            table.m_Connected.erase(list);
-        }
-    } else {
-        const auto list = table.m_Unconnected.find(file->second.m_Peer.m_wLocalPort);
-        Erase(list->second, pcb);
-        if (list->second.empty()) {
-            table.m_Unconnected.erase(list);
-        }
-    }
+    table.RemoveFrom(file->second, pcb);
     table.m_Files.erase(file);
 }
 

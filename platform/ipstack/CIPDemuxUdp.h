@@ -15,9 +15,10 @@ namespace ipstack
 class CIPDemuxUdp
 {
 public:
-    // As CIPDemux::Input, AddUdp and RemoveUdp.
+    // As CIPDemux::Start, Input, AddUdp and RemoveUdp.
+    static void Start();
     static err_t Input(const CIPFlow& flow, pbuf* packet, netif* link) noexcept;
-    static void Add(udp_pcb* pcb) noexcept;
+    static bool Add(udp_pcb* pcb) noexcept;
     static void Remove(udp_pcb* pcb) noexcept;
 };
 

@@ -338,6 +338,15 @@ err_t CIPLink::Enqueue(pbuf* packet)
         return ERR_MEM;
     }
     pbuf_copy_partial(packet, copy->payload, packet->tot_len, 0);
+    if (!m_bListed) {
+        if (!CIPCore::Instance().AddOutput(this)) {
+            pbuf_free(copy);
+            return ERR_MEM;
+        }
+        // Counted as inside until it has sent, so that nobody frees the link meanwhile.
+        m_bListed = true;
+        m_dwInside.fetch_add(1);
+    }
     CIPIdentification::Write(static_cast<std::uint8_t*>(copy->payload), copy->len);
     {
         Guard guard(m_Mutex);
@@ -349,12 +358,6 @@ err_t CIPLink::Enqueue(pbuf* packet)
         (m_pFirst ? m_pLast->next : m_pFirst) = copy;
         m_pLast = copy;
         ++m_dwQueued;
-    }
-    if (!m_bListed) {
-        // Counted as inside until it has sent, so that nobody frees the link meanwhile.
-        m_bListed = true;
-        m_dwInside.fetch_add(1);
-        CIPCore::Instance().AddOutput(this);
     }
     return ERR_OK;
 }

@@ -1,7 +1,10 @@
 #include "CIPPortTable.h"
 
 #include <algorithm>
+#include <memory>
+#include <new>
 
+#include "CIPCounters.h"
 #include "CIPRandom.h"
 
 namespace ipstack
@@ -66,23 +69,32 @@ u16_t CIPPortTable::ChoosePort(EProtocol protocol, CIPAddress address) noexcept
     return 0;
 }
 
-void CIPPortTable::Enter(CHold& hold, EProtocol protocol, const CIPAddress& address, EUse use)
+int CIPPortTable::Enter(CHold& hold, EProtocol protocol, const CIPAddress& address, EUse use) noexcept
 {
-    hold.Release();
     CPort*& port = s_Ports[protocol][address.m_wPort];
-    if (!port) {
-        port = new CPort;
-    }
-    auto entry = std::find_if(port->begin(), port->end(),
-                              [&](const CEntry& e) { return ip_addr_cmp(&e.m_Ip, &address.m_Ip) != 0; });
-    if (entry == port->end()) {
-        entry = port->insert(entry, CEntry{address.m_Ip, {}});
+    CPort::iterator entry;
+    try {
+        std::unique_ptr<CPort> made(port ? nullptr : new CPort);
+        CPort& entries = port ? *port : *made;
+        entry = std::find_if(entries.begin(), entries.end(),
+                             [&](const CEntry& e) { return ip_addr_cmp(&e.m_Ip, &address.m_Ip) != 0; });
+        if (entry == entries.end()) {
+            entry = entries.insert(entry, CEntry{address.m_Ip, {}});
+        }
+        if (made) {
+            port = made.release();
+        }
+    } catch (const std::bad_alloc&) {
+        CIPCounters::Add(CIPCounters::MemoryFailed);
+        return PS_ENOMEM;
     }
     ++entry->m_dwUses[use];
+    CHold before(static_cast<CHold&&>(hold));  // given back last: it may be of the same port
     hold.m_Address = address;
     hold.m_eProtocol = protocol;
     hold.m_eUse = use;
     hold.m_bHeld = true;
+    return 0;
 }
 
 unsigned int CIPPortTable::CountUses(EProtocol protocol, u16_t port) noexcept
@@ -120,13 +132,12 @@ int CIPPortTable::CHold::Bind(EProtocol protocol, const CIPAddress& address, boo
     } else if (!IsFree(protocol, chosen, reuse)) {
         return PS_EADDRINUSE;
     }
-    Enter(*this, protocol, chosen, Bound);
-    return 0;
+    return Enter(*this, protocol, chosen, Bound);
 }
 
-void CIPPortTable::CHold::Join(EProtocol protocol, const CIPAddress& address)
+int CIPPortTable::CHold::Join(EProtocol protocol, const CIPAddress& address)
 {
-    Enter(*this, protocol, address, Open);
+    return Enter(*this, protocol, address, Open);
 }
 
 void CIPPortTable::CHold::Change(EUse use) noexcept

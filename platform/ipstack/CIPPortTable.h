@@ -54,11 +54,11 @@ public:
         const CIPAddress& GetAddress() const noexcept { return m_Address; }
 
         // Binds the address, or chooses a free port when its port is 0. Returns: 0; PS_EADDRINUSE, also when all
-        // ports are taken.
+        // ports are taken; PS_ENOMEM, and what was held before is held still.
         int Bind(EProtocol protocol, const CIPAddress& address, bool reuse);
 
-        // Notes an accepted connection's address.
-        void Join(EProtocol protocol, const CIPAddress& address);
+        // Notes an accepted connection's address. Returns: 0; PS_ENOMEM.
+        int Join(EProtocol protocol, const CIPAddress& address);
 
         void Change(EUse use) noexcept;
         void Release() noexcept;
@@ -85,7 +85,7 @@ private:
 
     static bool IsFree(EProtocol protocol, const CIPAddress& address, bool reuse) noexcept;
     static u16_t ChoosePort(EProtocol protocol, CIPAddress address) noexcept;
-    static void Enter(CHold& hold, EProtocol protocol, const CIPAddress& address, EUse use);
+    static int Enter(CHold& hold, EProtocol protocol, const CIPAddress& address, EUse use) noexcept;
 
     static CPort* s_Ports[ProtocolCount][65536];
 };

@@ -27,6 +27,16 @@ struct CIPWaiterRegistry
 
 thread_local CIPWaiterRecord* t_pRecord = nullptr;
 
+// Under the lock only where the list has no room.
+void Wake(mantle::CMNWaiter& waiter, CIPWakeList& wakes)
+{
+    bool full = false;
+    wakes.Add(&waiter, &full);
+    if (full) {
+        waiter.Signal();
+    }
+}
+
 }  // namespace
 
 CIPWaiterRecord& CIPWaiterRecord::Current()
@@ -86,7 +96,7 @@ void CIPReadiness::Tell(int handle, std::uint32_t before, CIPWakeList& wakes)
         mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(registry.m_Mutex);
         for (const auto& entry : registry.m_Records) {
             if (entry.second->m_bWaiting.load()) {
-                wakes.Add(entry.first);
+                Wake(*entry.first, wakes);
             }
         }
         return;
@@ -94,7 +104,7 @@ void CIPReadiness::Tell(int handle, std::uint32_t before, CIPWakeList& wakes)
     // A watcher that replaces this one from here on looks at the word after entering itself.
     if (CIPWaiterRecord* record = s_pWatchers[handle].load()) {
         if (record->m_bWaiting.load()) {
-            wakes.Add(&record->m_Waiter);
+            Wake(record->m_Waiter, wakes);
         }
     }
 }

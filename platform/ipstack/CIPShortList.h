@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "CIPRoom.h"
+
 namespace ipstack
 {
 
@@ -14,8 +16,9 @@ template <class T>
 class CIPShortList
 {
 public:
-    // Returns: whether it is in the list once more than before.
-    bool Add(T* item)
+    // Returns: whether it is in the list once more than before; with `full` (may be null) also whether there was no memory
+    // for it.
+    bool Add(T* item, bool* full = nullptr) noexcept
     {
         for (std::size_t i = 0; i < m_nCount; ++i) {
             if (m_Few[i] == item) {
@@ -24,8 +27,13 @@ public:
         }
         if (m_nCount < s_nRoom) {
             m_Few[m_nCount++] = item;
-        } else {
+        } else if (ReserveOne(m_More)) {
             m_More.push_back(item);
+        } else {
+            if (full) {
+                *full = true;
+            }
+            return false;
         }
         return true;
     }

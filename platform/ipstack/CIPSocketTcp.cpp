@@ -1,6 +1,7 @@
 #include "CIPSocketTcp.h"
 
 #include <algorithm>
+#include <new>
 
 #include "CIPCounters.h"
 #include "CIPDemux.h"
@@ -57,7 +58,15 @@ CIPSocketTcp::~CIPSocketTcp() = default;
 
 CIPSocketTcp* CIPSocketTcp::MakeAccepted(CIPSocketTcp& listener, CIPTcpEnd& end)
 {
-    auto* socket = new CIPSocketTcp(listener.GetFamily());
+    auto* socket = new (std::nothrow) CIPSocketTcp(listener.GetFamily());
+    CIPAddress local;
+    ip_addr_copy(local.m_Ip, end.GetPcb()->local_ip);
+    local.m_wPort = end.GetPcb()->local_port;
+    if (!socket || socket->m_Hold.Join(CIPPortTable::Tcp, local) != 0) {
+        delete socket;
+        CIPCounters::Add(CIPCounters::MemoryFailed);
+        return nullptr;
+    }
     socket->m_nSendLimit.store(listener.m_nSendLimit.load());
     socket->m_nReceiveLimit.store(listener.m_nReceiveLimit.load());
     socket->m_cSocketOptions = listener.m_cSocketOptions;
@@ -68,11 +77,9 @@ CIPSocketTcp* CIPSocketTcp::MakeAccepted(CIPSocketTcp& listener, CIPTcpEnd& end)
     socket->m_pEnd = &end;
     end.Adopt(socket);
     tcp_pcb* pcb = end.GetPcb();
-    ip_addr_copy(socket->m_Local.m_Ip, pcb->local_ip);
-    socket->m_Local.m_wPort = pcb->local_port;
+    socket->m_Local = local;
     ip_addr_copy(socket->m_Peer.m_Ip, pcb->remote_ip);
     socket->m_Peer.m_wPort = pcb->remote_port;
-    socket->m_Hold.Join(CIPPortTable::Tcp, socket->m_Local);
     socket->m_eState = Connected;
     socket->ApplySettings(pcb);
     socket->StartWindow(pcb, true);
@@ -208,7 +215,12 @@ int CIPSocketTcp::StartConnect(const CIPAddress& address)
     ip_addr_copy(pcb->local_ip, local.m_Ip);
     pcb->local_port = local.m_wPort;
     TCP_REG(&tcp_bound_pcbs, pcb);
-    m_pEnd = new CIPTcpEnd(pcb, this, nullptr);
+    m_pEnd = new (std::nothrow) CIPTcpEnd(pcb, this, nullptr);
+    if (!m_pEnd) {
+        CIPCounters::Add(CIPCounters::MemoryFailed);
+        tcp_close(pcb);
+        return PS_ENOMEM;
+    }
     ApplySettings(pcb);
     const err_t error = tcp_connect(pcb, &address.m_Ip, address.m_wPort, pcb->connected);
     if (error != ERR_OK || !CIPDemux::AddTcp(pcb)) {
@@ -265,16 +277,22 @@ long CIPSocketTcp::Listen(int backlog)
     if (m_eState != Idle) {
         return -PS_EINVAL;
     }
+    CIPPortTable::CHold hold;
     if (!m_Hold.IsHeld()) {
-        if (const int error = m_Hold.Bind(CIPPortTable::Tcp, CIPAddress::Any(GetFamily()), false)) {
+        if (const int error = hold.Bind(CIPPortTable::Tcp, CIPAddress::Any(GetFamily()), false)) {
             return -error;
         }
-        m_Local = m_Hold.GetAddress();
     }
-    auto opened = std::make_unique<CIPTcpBacklog>(*this);
-    if (const int error = opened->Open(m_Local, most)) {
+    const CIPAddress local = hold.IsHeld() ? hold.GetAddress() : m_Local;
+    std::unique_ptr<CIPTcpBacklog> opened(new (std::nothrow) CIPTcpBacklog(*this));
+    if (const int error = opened ? opened->Open(local, most) : PS_ENOMEM) {
+        CIPCounters::Add(CIPCounters::MemoryFailed);
         return -error;
     }
+    if (hold.IsHeld()) {
+        m_Hold = std::move(hold);
+    }
+    m_Local = local;
     m_pBacklog = std::move(opened);
     m_eState = Listening;
     return 0;

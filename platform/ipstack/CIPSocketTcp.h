@@ -23,7 +23,8 @@ public:
     explicit CIPSocketTcp(int family) noexcept;
     ~CIPSocketTcp() override;
 
-    // The socket of a connection that `listener` has got. State: the core lock is held.
+    // The socket of a connection that `listener` has got. State: the core lock is held. Returns: null when there is no
+    // memory; the connection is then left as it was.
     static CIPSocketTcp* MakeAccepted(CIPSocketTcp& listener, CIPTcpEnd& end);
 
     void CloseLocked() override;
@@ -47,6 +48,7 @@ public:
 
     // State: the core lock is held.
     void AbortUnaccepted() noexcept;
+    CIPSocketTcp* m_pNextReady = nullptr;  // the next one that nobody has accepted; the backlog's
     using CIPSocket::Clear;
     using CIPSocket::RaiseLocked;
 

@@ -43,9 +43,15 @@ int CIPSocketUdp::BindLocked(const CIPAddress& address)
     m_Local = m_Hold.GetAddress();
     ip_addr_copy(m_pPcb->local_ip, m_Local.m_Ip);
     m_pPcb->local_port = m_Local.m_wPort;
+    if (!CIPDemux::AddUdp(m_pPcb)) {
+        m_Local = CIPAddress::Any(GetFamily());
+        ip_addr_copy(m_pPcb->local_ip, m_Local.m_Ip);
+        m_pPcb->local_port = 0;
+        m_Hold.Release();
+        return PS_ENOMEM;
+    }
     m_pPcb->next = udp_pcbs;
     udp_pcbs = m_pPcb;
-    CIPDemux::AddUdp(m_pPcb);
     return 0;
 }
 
@@ -94,13 +100,23 @@ long CIPSocketUdp::Connect(const CIPAddress& address)
     if (const int error = EnsureBound()) {
         return -error;
     }
+    const bool wasConnected = m_bConnected;
+    SetPeer(peer, true);
+    if (!CIPDemux::AddUdp(m_pPcb)) {
+        SetPeer(m_Peer, wasConnected);
+        return -PS_ENOMEM;
+    }
     m_Peer = peer;
     m_bConnected = true;
+    return 0;
+}
+
+void CIPSocketUdp::SetPeer(const CIPAddress& peer, bool connected) noexcept
+{
     ip_addr_copy(m_pPcb->remote_ip, peer.m_Ip);
     m_pPcb->remote_port = peer.m_wPort;
-    m_pPcb->flags |= UDP_FLAGS_CONNECTED;
-    CIPDemux::AddUdp(m_pPcb);
-    return 0;
+    m_pPcb->flags = static_cast<u8_t>(connected ? m_pPcb->flags | UDP_FLAGS_CONNECTED
+                                                : m_pPcb->flags & ~UDP_FLAGS_CONNECTED);
 }
 
 long CIPSocketUdp::Disconnect()
@@ -109,14 +125,13 @@ long CIPSocketUdp::Disconnect()
     if (IsClosed()) {
         return -PS_EBADF;
     }
+    SetPeer(CIPAddress::Any(GetFamily()), false);
+    if (m_Hold.IsHeld() && !CIPDemux::AddUdp(m_pPcb)) {
+        SetPeer(m_Peer, m_bConnected);
+        return -PS_ENOMEM;
+    }
     m_Peer = CIPAddress::Any(GetFamily());
     m_bConnected = false;
-    ip_addr_copy(m_pPcb->remote_ip, m_Peer.m_Ip);
-    m_pPcb->remote_port = 0;
-    m_pPcb->flags = static_cast<u8_t>(m_pPcb->flags & ~UDP_FLAGS_CONNECTED);
-    if (m_Hold.IsHeld()) {
-        CIPDemux::AddUdp(m_pPcb);
-    }
     return 0;
 }
 

@@ -27,6 +27,7 @@ protected:
     void OnSettingsLocked() override;
 
 private:
+    void SetPeer(const CIPAddress& peer, bool connected) noexcept;
     static void OnDatagram(void* arg, udp_pcb* pcb, pbuf* packet, const ip_addr_t* from, u16_t port);
 
     // State: the core lock is held. Returns: 0 or an error number.

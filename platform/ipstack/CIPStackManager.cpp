@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "CIPCore.h"
+#include "CIPReadiness.h"
 #include "CIPCounters.h"
 #include "CIPLink.h"
 #include "CIPSocketTable.h"
@@ -70,7 +71,7 @@ unsigned long CIPStackManager::Startup(const CIPStackSettings& settings)
 
 unsigned long CIPStackManager::AttachThread()
 {
-    mantle::CMNWaiter::Current();
+    CIPWaiterRecord::Current();  // no wait asks for memory from here on
     return mantle::MN_OK;
 }
 

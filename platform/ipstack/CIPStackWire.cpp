@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <map>
+#include <new>
 #include <vector>
 
 #include "CIPCore.h"
@@ -235,8 +236,12 @@ void CIPStackWire::CImpl::Carry(unsigned int from, const char* data, unsigned lo
                     Lose(CIPCounters::WireQueueFull);
                     continue;
                 }
-                m_Queue.emplace(due, CPacket{from, std::vector<char>(data, data + length)});
-                ++m_dwQueued[from];
+                try {
+                    m_Queue.emplace(due, CPacket{from, std::vector<char>(data, data + length)});
+                    ++m_dwQueued[from];
+                } catch (const std::bad_alloc&) {
+                    Lose(CIPCounters::MemoryFailed);
+                }
             }
         }
         if (fate.m_dwCopies > 0) {

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "CIPCounters.h"
+#include "CIPRoom.h"
 #include "CIPSocketTable.h"
 #include "CIPSocketTcp.h"
 #include "lwip/priv/tcp_priv.h"
@@ -29,6 +30,10 @@ std::vector<CIPTcpBacklog*>& CIPTcpBacklog::All()
 
 int CIPTcpBacklog::Open(const CIPAddress& address, int most)
 {
+    std::vector<CIPTcpBacklog*>& all = All();
+    if (!ReserveOne(all)) {
+        return PS_ENOMEM;
+    }
     tcp_pcb* pcb = tcp_new_ip_type(IP_GET_TYPE(&address.m_Ip));
     if (!pcb) {
         return PS_ENOMEM;
@@ -48,7 +53,7 @@ int CIPTcpBacklog::Open(const CIPAddress& address, int most)
     tcp_accept(listener, OnAccept);
     tcp_ext_arg_set_callbacks(listener, CIPTcpEnd::s_cExtArg, &s_Callbacks);
     tcp_ext_arg_set(listener, CIPTcpEnd::s_cExtArg, this);
-    All().push_back(this);
+    all.push_back(this);
     return 0;
 }
 
@@ -64,10 +69,27 @@ CIPTcpBacklog::~CIPTcpBacklog()
         end->DropBacklog();
     }
     tcp_close(m_pListener);
-    for (CIPSocketTcp* socket : m_Ready) {
+    while (CIPSocketTcp* socket = m_pFirst) {
+        Pop();
         socket->AbortUnaccepted();
         delete socket;
     }
+}
+
+void CIPTcpBacklog::Append(CIPSocketTcp& socket) noexcept
+{
+    (m_pLast ? m_pLast->m_pNextReady : m_pFirst) = &socket;
+    m_pLast = &socket;
+    ++m_nReady;
+}
+
+void CIPTcpBacklog::Pop() noexcept
+{
+    m_pFirst = m_pFirst->m_pNextReady;
+    if (!m_pFirst) {
+        m_pLast = nullptr;
+    }
+    --m_nReady;
 }
 
 err_t CIPTcpBacklog::OnPassiveOpen(u8_t, tcp_pcb_listen* listener, tcp_pcb* pcb)
@@ -84,6 +106,7 @@ err_t CIPTcpBacklog::OnPassiveOpen(u8_t, tcp_pcb_listen* listener, tcp_pcb* pcb)
     }
     auto* end = new (std::nothrow) CIPTcpEnd(pcb, nullptr, backlog);
     if (!end) {
+        CIPCounters::Add(CIPCounters::MemoryFailed);
         return ERR_MEM;
     }
     if (backlog->m_HalfOpen.m_dwCount >= s_dwMostHalfOpen) {
@@ -100,7 +123,11 @@ err_t CIPTcpBacklog::OnAccept(void* arg, tcp_pcb* pcb, err_t error)
     }
     auto* backlog = static_cast<CIPTcpBacklog*>(arg);
     auto* end = static_cast<CIPTcpEnd*>(tcp_ext_arg_get(pcb, CIPTcpEnd::s_cExtArg));
-    backlog->m_Ready.push_back(CIPSocketTcp::MakeAccepted(backlog->m_Owner, *end));
+    CIPSocketTcp* const socket = CIPSocketTcp::MakeAccepted(backlog->m_Owner, *end);
+    if (!socket) {
+        return ERR_MEM;  // lwIP resets it
+    }
+    backlog->Append(*socket);
     if (!CIPSocketTable::IsFull()) {
         backlog->m_Owner.RaiseLocked(CIPReadiness::s_dwIn);
     }

@@ -2,7 +2,6 @@
 #ifndef IPSTACK_CIPTCPBACKLOG_H
 #define IPSTACK_CIPTCPBACKLOG_H
 
-#include <deque>
 #include <vector>
 
 #include "CIPAddress.h"
@@ -26,6 +25,9 @@ public:
     static constexpr int s_nMost = 1024;
     static constexpr unsigned int s_dwMostHalfOpen = 2048;
 
+    // Before anything else.
+    static void Start() { All(); }
+
     explicit CIPTcpBacklog(CIPSocketTcp& owner) : m_Owner(owner) {}
     ~CIPTcpBacklog();
     CIPTcpBacklog(const CIPTcpBacklog&) = delete;
@@ -37,16 +39,17 @@ public:
     void SetMost(int most) noexcept { m_nMost = most; }
 
     // The oldest connection that nobody has accepted; null when there is none. Pop takes it out.
-    CIPSocketTcp* Front() const noexcept { return m_Ready.empty() ? nullptr : m_Ready.front(); }
-    void Pop() noexcept { m_Ready.pop_front(); }
-    bool IsEmpty() const noexcept { return m_Ready.empty(); }
-    bool IsFull() const noexcept { return m_Ready.size() >= static_cast<std::size_t>(m_nMost); }
+    CIPSocketTcp* Front() const noexcept { return m_pFirst; }
+    void Pop() noexcept;
+    bool IsEmpty() const noexcept { return m_pFirst == nullptr; }
+    bool IsFull() const noexcept { return m_nReady >= m_nMost; }
 
     // The socket table was full, so that no accept could succeed, and has room again; or became full.
     static void OnTableRoom();
     static void OnTableFull();
 
 private:
+    void Append(CIPSocketTcp& socket) noexcept;
     static err_t OnAccept(void* arg, tcp_pcb* pcb, err_t error);
     static err_t OnPassiveOpen(u8_t id, tcp_pcb_listen* listener, tcp_pcb* pcb);
     static const tcp_ext_arg_callbacks s_Callbacks;
@@ -55,7 +58,9 @@ private:
     tcp_pcb* m_pListener = nullptr;
     int m_nMost = 0;
     CIPTcpEnd::CList m_HalfOpen;
-    std::deque<CIPSocketTcp*> m_Ready;
+    CIPSocketTcp* m_pFirst = nullptr;  // what nobody has accepted, the oldest first
+    CIPSocketTcp* m_pLast = nullptr;
+    int m_nReady = 0;
 
     // All open ones; never destroyed.
     static std::vector<CIPTcpBacklog*>& All();

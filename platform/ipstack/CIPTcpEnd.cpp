@@ -3,6 +3,7 @@
 #include "CIPAddress.h"
 #include "CIPCounters.h"
 #include "CIPDemux.h"
+#include "CIPRoom.h"
 #include "CIPSocketTcp.h"
 #include "CIPTcpBacklog.h"
 #include "lwip/priv/tcp_priv.h"
@@ -103,9 +104,10 @@ std::vector<CIPTcpEnd*>& CIPTcpEnd::Unsent()
     return *unsent;
 }
 
-void CIPTcpEnd::NoteUnsent()
+void CIPTcpEnd::NoteUnsent() noexcept
 {
-    if (m_nUnsent == s_nNone && m_bPeerOwn && m_pPcb && m_pPcb->unsent) {
+    // Without room lwIP's own probes do until the next try to send.
+    if (m_nUnsent == s_nNone && m_bPeerOwn && m_pPcb && m_pPcb->unsent && ReserveOne(Unsent())) {
         m_nUnsent = Unsent().size();
         Unsent().push_back(this);
         m_cProbes = 0;

@@ -32,6 +32,9 @@ public:
     // Makes a connection's end for a new pcb: the socket's, or a half-open one of a listener's.
     CIPTcpEnd(tcp_pcb* pcb, CIPSocketTcp* socket, CIPTcpBacklog* backlog);
 
+    // Before anything else.
+    static void Start() { Unsent(); }
+
     // Ends in the order in which they were appended.
     struct CList
     {
@@ -82,7 +85,7 @@ public:
     // Notes that data waits to be sent, after each try to send: connections whose peer is this stack too get their
     // window probes from OnSlowTick. lwIP's own probes would carry a byte, or a piece of a segment that was cut for
     // the window's rest, so that a small write might arrive in two parts.
-    void NoteUnsent();
+    void NoteUnsent() noexcept;
 
     // Begins the retransmission timer with the round trip of the handshake, inside the callback that tells of its end.
     // lwIP would begin with 3 s and take as the first measurement the time until the first data is acknowledged, which

@@ -1,7 +1,9 @@
 #include "ipstack/ps_socket.h"
 
 #include <climits>
+#include <new>
 
+#include "CIPCounters.h"
 #include "CIPError.h"
 #include "CIPSocket.h"
 #include "CIPSocketRaw.h"
@@ -23,18 +25,18 @@ CIPSocket* MakeSocket(int family, int type, int protocol, int& error)
     error = PS_ENOMEM;
     switch (type) {
     case PS_SOCK_STREAM:
-        return new CIPSocketTcp(family);
+        return new (std::nothrow) CIPSocketTcp(family);
     case PS_SOCK_DGRAM: {
-        auto* socket = new CIPSocketUdp(family);
-        if (socket->IsUsable()) {
+        auto* socket = new (std::nothrow) CIPSocketUdp(family);
+        if (!socket || socket->IsUsable()) {
             return socket;
         }
         delete socket;
         return nullptr;
     }
     default: {
-        auto* socket = new CIPSocketRaw(family, static_cast<u8_t>(protocol));
-        if (socket->IsUsable()) {
+        auto* socket = new (std::nothrow) CIPSocketRaw(family, static_cast<u8_t>(protocol));
+        if (!socket || socket->IsUsable()) {
             return socket;
         }
         delete socket;
@@ -72,7 +74,12 @@ template <class Operation>
 long With(int handle, Operation operation)
 {
     CIPSocketUse use(handle);
-    return CIPError::Answer(use ? operation(*use.Get()) : -PS_EBADF);
+    try {
+        return CIPError::Answer(use ? operation(*use.Get()) : -PS_EBADF);
+    } catch (const std::bad_alloc&) {  // a thread's first wait
+        CIPCounters::Add(CIPCounters::MemoryFailed);
+        return CIPError::Fail(PS_ENOMEM);
+    }
 }
 
 long SendPieces(int handle, const ps_iovec* pieces, unsigned long count, const ps_sockaddr* address, int length)
@@ -108,6 +115,7 @@ int ps_socket(int family, int type, int protocol)
     int error = 0;
     CIPSocket* socket = MakeSocket(family, type, protocol, error);
     if (!socket) {
+        CIPCounters::Add(CIPCounters::MemoryFailed);
         return CIPError::Fail(error);
     }
     const int handle = CIPSocketTable::Open(socket);

@@ -30,6 +30,7 @@ struct CMNUDPTransportCounters
     std::uint64_t m_qwQueued = 0;            // waiting now
     std::uint64_t m_qwDropped = 0;           // not taken because the queue was full, or left in it at the end
     std::uint64_t m_qwFailed = 0;            // refused by the system
+    std::uint64_t m_qwNoMemory = 0;          // lost, in either direction, as there was no memory
 };
 
 // Made by CMNConnectionManager and counted. The last release closes the socket; from its return on the address is free
@@ -44,14 +45,14 @@ public:
 
     // Binds to a local address and starts to receive. Port 0: one that the system chooses. Thread: any.
     // Returns: 0; 10003 when it is open; 10001 when the system refuses, for instance because the address is in use or
-    // not one of this machine's (it may then be tried again); 10002 when connhub has ended.
+    // not one of this machine's, 10006 when there is no memory (it may then be tried again); 10002 when connhub has ended.
     virtual mantle::MNResult Open(const mantle::CMNInetAddr& local) = 0;
 
     // Sends one datagram, or queues it; those of a burst (mantle/CMNBurst.h) leave at its end, in few system calls.
     // Never waits. Thread: any; the order of one thread's calls is kept.
     // Owns: `data` is good during the call only. Returns: 0, which does not say that it will arrive; 10008 for null
     // data with a length, more than s_dwMaxDatagram bytes, port 0 or the other family; 10002 when it is not open;
-    // 10001 when the queue is full: dropped and counted.
+    // 10001 when the queue is full, 10006 when there is no memory for it: dropped and counted.
     virtual mantle::MNResult SendTo(const char* data, unsigned long length, const mantle::CMNInetAddr& to) = 0;
 
     // The address that it is bound to. Thread: any. Returns: 0; 10002 when it is not open.
