@@ -1,6 +1,7 @@
 #include "reactor/CPSEventHandlerRepository.h"
 
 #include <algorithm>
+#include <new>
 
 #include "ipstack/ps_defines.h"
 #include "uxport/IPSEventHandler.h"
@@ -38,10 +39,14 @@ MNResult CPSEventHandlerRepository::Bind(int handle, const CElement& element)
     if (handle == PS_INVALID_HANDLE || !element.m_pEh)
         return MN_ERROR_INVALID_ARG;
     CGuard guard(m_Mutex);
-    CElement& stored = m_Map[handle];
-    const bool found = stored.m_pEh != nullptr;
-    stored = element;
-    return found ? MN_ERROR_FOUND : MN_OK;
+    try {
+        CElement& stored = m_Map[handle];
+        const bool found = stored.m_pEh != nullptr;
+        stored = element;
+        return found ? MN_ERROR_FOUND : MN_OK;
+    } catch (const std::bad_alloc&) {
+        return MN_ERROR_UNEXPECTED;
+    }
 }
 
 MNResult CPSEventHandlerRepository::UnBind(int handle)

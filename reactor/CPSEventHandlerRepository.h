@@ -34,7 +34,7 @@ public:
     MNResult Close();
 
     // Stores `element` under `handle`. Returns: 0; 10012 when one was stored there, which is replaced;
-    // 10008 for handle -1 or a null handler.
+    // 10008 for handle -1 or a null handler; 10006 when there is no memory.
     MNResult Bind(int handle, const CElement& element);
 
     // Returns: 0, also when nothing was stored; 10008 for handle -1.

@@ -1,5 +1,7 @@
 #include "reactor/CPSEventQueue.h"
 
+#include <new>
+
 #include "mantle/CMNThreadManager.h"
 #include "reactor/CPSEventSynchronous.h"
 
@@ -25,9 +27,35 @@ MNResult CPSEventQueueBase::PostEvent(IMNEvent* event, EPriority)
         return MN_ERROR_INVALID_ARG;
     if (m_dwStopped.load() != 0)
         return mantle::MNRefuseEvent(event);
-    m_Pending.push_back(event);
+    CPlace place;
+    return Prepare(event, place) ? CPSEventQueueBase::PostPrepared(place) : MN_ERROR_UNEXPECTED;
+}
+
+MNResult CPSEventQueueBase::PostPrepared(CPlace& place)
+{
+    if (m_dwStopped.load() != 0)
+        return Refuse(place);
+    m_Pending.splice(m_Pending.end(), place);
     m_dwPendingCount.fetch_add(1, std::memory_order_relaxed);
     return MN_OK;
+}
+
+bool CPSEventQueueBase::Prepare(IMNEvent* event, CPlace& place)
+{
+    try {
+        place.push_back(event);
+        return true;
+    } catch (const std::bad_alloc&) {
+        event->OnDestorySelf();
+        return false;
+    }
+}
+
+MNResult CPSEventQueueBase::Refuse(CPlace& place)
+{
+    IMNEvent* const event = place.front();
+    place.clear();
+    return mantle::MNRefuseEvent(event);
 }
 
 MNResult CPSEventQueueBase::SendEvent(IMNEvent* event)
@@ -41,7 +69,11 @@ MNResult CPSEventQueueBase::SendEvent(IMNEvent* event)
         event->OnDestorySelf();
         return result;
     }
-    auto* synchronous = new CPSEventSynchronous(event, this);
+    auto* synchronous = new (std::nothrow) CPSEventSynchronous(event, this);
+    if (!synchronous) {
+        event->OnDestorySelf();
+        return MN_ERROR_UNEXPECTED;
+    }
     if (const MNResult result = PostEvent(synchronous, EPRIORITY_NORMAL); result != MN_OK) {
         // The refusal was the wrapper's first destruction; this is the second, which frees it.
         synchronous->OnDestorySelf();
@@ -115,16 +147,32 @@ MNResult CPSEventQueueUsingMutex::PostEvent(IMNEvent* event, EPriority priority)
     return PostEventWithOldSize(event, priority, nullptr);
 }
 
-MNResult CPSEventQueueUsingMutex::PostEventWithOldSize(IMNEvent* event, EPriority priority, unsigned long* oldSize)
+MNResult CPSEventQueueUsingMutex::PostEventWithOldSize(IMNEvent* event, EPriority, unsigned long* oldSize)
+{
+    if (!event) {
+        if (oldSize)
+            *oldSize = GetPendingEventsCount();
+        return MN_ERROR_INVALID_ARG;
+    }
+    CPlace place;
+    return Prepare(event, place) ? PostPreparedWithOldSize(place, oldSize) : MN_ERROR_UNEXPECTED;
+}
+
+MNResult CPSEventQueueUsingMutex::PostPrepared(CPlace& place)
+{
+    return PostPreparedWithOldSize(place, nullptr);
+}
+
+MNResult CPSEventQueueUsingMutex::PostPreparedWithOldSize(CPlace& place, unsigned long* oldSize)
 {
     {
         CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
         if (oldSize)
             *oldSize = GetPendingEventsCount();
-        if (!event || m_dwStopped.load() == 0)
-            return CPSEventQueueBase::PostEvent(event, priority);
+        if (m_dwStopped.load() == 0)
+            return CPSEventQueueBase::PostPrepared(place);
     }
-    return mantle::MNRefuseEvent(event);  // destroys outside the mutex
+    return Refuse(place);  // destroys outside the mutex
 }
 
 void CPSEventQueueUsingMutex::DestoryPendingEvents()

@@ -24,11 +24,13 @@ public:
     CPSEventQueueBase& operator=(const CPSEventQueueBase&) = delete;
 
     // Returns: 0; 10008 for null; 10002 when stopped, after the event's OnDestorySelf.
+    // 10006 when there is no memory, likewise.
     MNResult PostEvent(IMNEvent* event, EPriority priority) override;
+    MNResult PostPrepared(CPlace& place) override;
 
     // Runs the event in place on the owner thread; from any other thread posts it through the most derived
     // PostEvent and waits for it. Returns: what OnEventFire returned; 10008 for null; 10002 when stopped;
-    // 10009 when the queue destroyed the event without running it.
+    // 10009 when the queue destroyed the event without running it; 10006 when there is no memory.
     MNResult SendEvent(IMNEvent* event) override;
 
     unsigned long GetPendingEventsCount() override { return m_dwPendingCount.load(std::memory_order_relaxed); }
@@ -51,6 +53,12 @@ public:
     void DestoryPendingEvents();
 
 protected:
+    // Puts the event into a place. Returns: false when there is no memory; the event has destroyed itself then.
+    static bool Prepare(IMNEvent* event, CPlace& place);
+
+    // A refusal of what is prepared: destroys it. Returns: 10002.
+    static MNResult Refuse(CPlace& place);
+
     // Makes the count what the list holds, after DestoryPendingEvents left it behind.
     void CorrectPendingCount() { m_dwPendingCount.store(m_Pending.size(), std::memory_order_relaxed); }
 
@@ -68,6 +76,8 @@ class CPSEventQueueUsingMutex : public CPSEventQueueBase
 {
 public:
     MNResult PostEvent(IMNEvent* event, EPriority priority) override;
+    MNResult PostPrepared(CPlace& place) override;
+    MNResult PostPreparedWithOldSize(CPlace& place, unsigned long* oldSize);
 
     // As PostEvent; `oldSize` (may be null) receives the count before this post.
     MNResult PostEventWithOldSize(IMNEvent* event, EPriority priority, unsigned long* oldSize);

@@ -22,6 +22,15 @@ MNResult CPSReactorBase::PostEvent(IMNEvent* event, IMNEventQueue::EPriority pri
     return result;
 }
 
+MNResult CPSReactorBase::PostPrepared(CPlace& place)
+{
+    unsigned long oldSize = 0;
+    const MNResult result = PostPreparedWithOldSize(place, &oldSize);
+    if (result == MN_OK && oldSize == 0)
+        NotifyHandler(nullptr, EVENTQUEUE_MASK);
+    return result;
+}
+
 MNResult CPSReactorBase::Open()
 {
     m_EstReactor.SetToCurrentThread();
@@ -69,7 +78,8 @@ MNResult CPSReactorBase::RegisterHandler(IPSEventHandler* handler, long mask)
         return MN_ERROR_INVALID_ARG;
     const int handle = handler->GetHandle();
     CElement element;
-    if (handle != PS_INVALID_HANDLE && m_Repository.Find(handle, element)) {
+    const bool found = handle != PS_INVALID_HANDLE && m_Repository.Find(handle, element);
+    if (found) {
         if (element.m_pEh == handler && element.m_Mask == mask)
             return MN_OK;
     } else if (const MNResult result = OnHandleRegister(handle, mask, handler); result != MN_OK) {
@@ -77,7 +87,10 @@ MNResult CPSReactorBase::RegisterHandler(IPSEventHandler* handler, long mask)
     }
     element.m_pEh = handler;
     element.m_Mask = mask;
-    return m_Repository.Bind(handle, element);
+    const MNResult result = m_Repository.Bind(handle, element);
+    if (result == MN_ERROR_UNEXPECTED && !found)
+        OnHandleRemoved(handle);
+    return result;
 }
 
 MNResult CPSReactorBase::RemoveHandler(IPSEventHandler* handler, long mask)

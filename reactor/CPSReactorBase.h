@@ -23,6 +23,7 @@ public:
     static constexpr unsigned long s_dwMaxEvents = 100000;
 
     MNResult PostEvent(IMNEvent* event, IMNEventQueue::EPriority priority = IMNEventQueue::EPRIORITY_NORMAL) override;
+    MNResult PostPrepared(CPlace& place) override;
     MNResult SendEvent(IMNEvent* event) override { return CPSEventQueueUsingMutex::SendEvent(event); }
     unsigned long GetPendingEventsCount() override { return CPSEventQueueUsingMutex::GetPendingEventsCount(); }
 

@@ -27,7 +27,7 @@ public:
     // Watches the handler's handle for `mask`; a mask given before is replaced. Owns: the handler stays the
     // caller's and must be removed before it dies. Returns: 0; 10012 when the handle had a handler or another
     // mask, which is replaced: a success for callers that change their mask; 10008 for null, a mask without a
-    // registration bit, or handle -1.
+    // registration bit, or handle -1; 10006 when there is no memory (nothing changes).
     virtual MNResult RegisterHandler(IPSEventHandler* handler, long mask) = 0;
 
     // Takes the bits of `mask` off whatever handler is registered under this handler's handle; OnClose is not

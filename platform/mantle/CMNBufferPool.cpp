@@ -1,5 +1,6 @@
 #include "CMNBufferPool.h"
 
+#include <memory>
 #include <new>
 
 #include "CMNThreadLocal.h"
@@ -7,14 +8,15 @@
 namespace mantle
 {
 
-CMNBufferPool& CMNBufferPool::Instance() noexcept
+// Made by the first Take; what is put back has been taken before.
+CMNBufferPool& CMNBufferPool::Instance()
 {
     static CMNBufferPool* const s_pInstance = [] {
-        auto* pool = new CMNBufferPool;
+        auto pool = std::make_unique<CMNBufferPool>();
         CMNMutexGuardT<CMNMutexThread> guard(pool->m_Mutex);
         for (int index = 0; index < CMNBufferSizes::s_nClasses; ++index)
             pool->m_Free[index].reserve(s_nBytesEach / CMNBufferSizes::SizeOf(index));
-        return pool;
+        return pool.release();
     }();
     return *s_pInstance;
 }

@@ -54,7 +54,7 @@ private:
     friend struct CMNBufferCache;
     static constexpr std::size_t s_nBytesEach = 4u << 20;  // kept of each class
 
-    static CMNBufferPool& Instance() noexcept;
+    static CMNBufferPool& Instance();
     int TakeShared(int index, void** buffers, int count) noexcept;
     void PutShared(int index, void* const* buffers, int count) noexcept;
 

@@ -1,6 +1,7 @@
 #include "CMNEventQueueUser.h"
 
 #include <algorithm>
+#include <new>
 
 #include "mantle/CMNEventThread.h"
 #include "mantle/CMNThread.h"
@@ -56,7 +57,7 @@ bool CMNEventQueueUser::IsOwnThread() const
     return CMNThreadManager::IsEqualCurrentThread(m_Thread.GetThreadId());
 }
 
-bool CMNEventQueueUser::Push(IMNEvent* event)
+bool CMNEventQueueUser::Push(CPlace& place)
 {
     CMNWaiter* waiter = nullptr;
     {
@@ -65,7 +66,7 @@ bool CMNEventQueueUser::Push(IMNEvent* event)
             return false;
         if (m_Pending.empty())
             waiter = m_pWaiter;
-        m_Pending.push_back(event);
+        m_Pending.splice(m_Pending.end(), place);
         m_dwCount.fetch_add(1);
     }
     if (waiter)
@@ -77,7 +78,23 @@ MNResult CMNEventQueueUser::PostEvent(IMNEvent* event, EPriority)
 {
     if (!event)
         return MN_ERROR_INVALID_ARG;
-    return Push(event) ? MN_OK : MNRefuseEvent(event);
+    CPlace place;
+    try {
+        place.push_back(event);
+    } catch (const std::bad_alloc&) {
+        event->OnDestorySelf();
+        return MN_ERROR_UNEXPECTED;
+    }
+    return PostPrepared(place);
+}
+
+MNResult CMNEventQueueUser::PostPrepared(CPlace& place)
+{
+    IMNEvent* const event = place.front();
+    if (Push(place))
+        return MN_OK;
+    place.clear();
+    return MNRefuseEvent(event);
 }
 
 MNResult CMNEventQueueUser::SendEvent(IMNEvent* event)
@@ -92,7 +109,14 @@ MNResult CMNEventQueueUser::SendEvent(IMNEvent* event)
         return result;
     }
     CEventSend send(event);
-    return Push(&send) ? send.WaitResult() : MNRefuseEvent(event);
+    CPlace place;
+    try {
+        place.push_back(&send);
+    } catch (const std::bad_alloc&) {
+        event->OnDestorySelf();
+        return MN_ERROR_UNEXPECTED;
+    }
+    return Push(place) ? send.WaitResult() : MNRefuseEvent(event);
 }
 
 void CMNEventQueueUser::SetWaiter(CMNWaiter* waiter)
@@ -105,11 +129,7 @@ unsigned long CMNEventQueueUser::Run(unsigned long maximum, const std::atomic<bo
 {
     {
         CGuard guard(m_Mutex);
-        if (m_Batch.empty())
-            m_Batch.swap(m_Pending);
-        else
-            m_Batch.insert(m_Batch.end(), m_Pending.begin(), m_Pending.end());
-        m_Pending.clear();
+        m_Batch.splice(m_Batch.end(), m_Pending);
     }
     unsigned long left = std::min<unsigned long>(maximum, m_Batch.size());
     unsigned long ran = 0;

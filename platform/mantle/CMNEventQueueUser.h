@@ -3,7 +3,6 @@
 #define MANTLE_CMNEVENTQUEUEUSER_H
 
 #include <atomic>
-#include <deque>
 
 #include "mantle/CMNMutexThread.h"
 #include "mantle/IMNEvent.h"
@@ -21,6 +20,7 @@ public:
     ~CMNEventQueueUser() override;
 
     MNResult PostEvent(IMNEvent* event, EPriority priority) override;
+    MNResult PostPrepared(CPlace& place) override;
     MNResult SendEvent(IMNEvent* event) override;
     unsigned long GetPendingEventsCount() override { return m_dwCount.load(); }
 
@@ -41,12 +41,12 @@ public:
     unsigned long DestroyPending();
 
 private:
-    using CEvents = std::deque<IMNEvent*>;
+    using CEvents = CPlace;
 
     bool IsOwnThread() const;
 
     // Returns: false when the queue is closed; the event is then still the caller's.
-    bool Push(IMNEvent* event);
+    bool Push(CPlace& place);
 
     CMNThread& m_Thread;
     std::atomic<unsigned long> m_dwCount{0};

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 #include "CMNDataBlock.h"
 
@@ -133,7 +134,7 @@ unsigned long CMNMessageBlock::PeekChained(void* data, unsigned long length) con
 // Neighbours that are copied go into one block.
 CMNMessageBlock* CMNMessageBlock::DuplicateChained() const
 {
-    CMNMessageBlock* first = nullptr;
+    std::unique_ptr<CMNMessageBlock> first;
     CMNMessageBlock* last = nullptr;
     const CMNMessageBlock* block = this;
     while (block) {
@@ -160,10 +161,10 @@ CMNMessageBlock* CMNMessageBlock::DuplicateChained() const
         if (last)
             last->m_pNext = copy;
         else
-            first = copy;
+            first.reset(copy);
         last = copy;
     }
-    return first ? first : new CMNMessageBlock(0);
+    return first ? first.release() : new CMNMessageBlock(0);
 }
 
 void CMNMessageBlock::DestroyChained() noexcept

@@ -13,6 +13,29 @@ void CMNPendingDeleteList::Add(CMNPendingDelete& object)
     m_pLast = &object;
 }
 
+void CMNPendingDeleteList::Schedule(CMNPendingDelete& object, IMNTimerQueue& timers)
+{
+    const auto schedule = [&timers](CMNPendingDelete& one) {
+        return timers.ScheduleTimer(one.m_pHandler, nullptr, CMNTimeValue::s_tvZero, 1) != MN_ERROR_UNEXPECTED;
+    };
+    if (!schedule(object)) {
+        object.m_bWithoutTimer = true;
+        m_bWithoutTimers = true;
+        return;
+    }
+    if (!m_bWithoutTimers)
+        return;
+    // There is memory again.
+    m_bWithoutTimers = false;
+    CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+    for (CMNPendingDelete* one = m_pFirst; one && !m_bWithoutTimers; one = one->m_pNext) {
+        if (one->m_bWithoutTimer) {
+            m_bWithoutTimers = !schedule(*one);
+            one->m_bWithoutTimer = m_bWithoutTimers;
+        }
+    }
+}
+
 void CMNPendingDeleteList::Remove(CMNPendingDelete& object)
 {
     CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);

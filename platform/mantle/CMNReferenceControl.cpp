@@ -42,8 +42,9 @@ void CMNPendingDelete::ScheduleDelete(IMNTimerHandler* handler)
     IMNTimerQueue* timers = thread ? thread->GetTimerQueue() : nullptr;
     if (timers) {
         m_pHandler = handler;
-        thread->GetPendingDeletes().Add(*this);
-        timers->ScheduleTimer(handler, nullptr, CMNTimeValue::s_tvZero, 1);
+        CMNPendingDeleteList& list = thread->GetPendingDeletes();
+        list.Add(*this);
+        list.Schedule(*this, *timers);
     } else if (local.m_bCleanUp) {
         CMNThreadManager::Instance()->GetCleanUpDeletes().Add(*this);
     }

@@ -1,6 +1,7 @@
 #include "mantle/CMNTimerQueueOrderedList.h"
 
 #include <climits>
+#include <new>
 
 #include "mantle/CMNClock.h"
 
@@ -34,13 +35,40 @@ MNResult CMNTimerQueueOrderedList::ScheduleTimer(IMNTimerHandler* handler, void*
     if (!handler || interval < CMNTimeValue::s_tvZero)
         return MN_ERROR_INVALID_ARG;
     const long long earliest = Earliest();
+    const CKey key(After(CMNClock::NowUs(), interval), m_qwOrder);
+    const CNode node{handler, arg, interval, count};
     const auto found = m_Handlers.find(handler);
-    if (found != m_Handlers.end())
-        m_Timers.erase(found->second);
-    const CKey key(After(CMNClock::NowUs(), interval), m_qwOrder++);
-    m_Handlers[handler] = m_Timers.emplace(key, CNode{handler, arg, interval, count}).first;
+    if (found != m_Handlers.end()) {
+        found->second = Move(found->second, key, node);
+    } else if (!Add(key, node)) {
+        return MN_ERROR_UNEXPECTED;
+    }
+    ++m_qwOrder;
     TellObserver(earliest);
     return MN_OK;
+}
+
+bool CMNTimerQueueOrderedList::Add(const CKey& key, const CNode& node)
+{
+    CTimers::iterator timer = m_Timers.end();
+    try {
+        timer = m_Timers.emplace(key, node).first;
+        m_Handlers.emplace(node.m_pHandler, timer);
+        return true;
+    } catch (const std::bad_alloc&) {
+        if (timer != m_Timers.end())
+            m_Timers.erase(timer);
+        return false;
+    }
+}
+
+CMNTimerQueueOrderedList::CTimers::iterator CMNTimerQueueOrderedList::Move(CTimers::iterator timer, const CKey& key,
+                                                                           const CNode& node)
+{
+    auto place = m_Timers.extract(timer);
+    place.key() = key;
+    place.mapped() = node;
+    return m_Timers.insert(std::move(place)).position;
 }
 
 MNResult CMNTimerQueueOrderedList::CancelTimer(IMNTimerHandler* handler)
@@ -74,8 +102,8 @@ unsigned long CMNTimerQueueOrderedList::CheckExpire(CMNTimeValue* remaining, uns
             break;
         CNode node = first->second;
         const long long deadline = first->first.first;
-        m_Timers.erase(first);
         if (node.m_dwCount == 1) {
+            m_Timers.erase(first);
             m_Handlers.erase(node.m_pHandler);
         } else {
             if (node.m_dwCount != 0)
@@ -83,7 +111,7 @@ unsigned long CMNTimerQueueOrderedList::CheckExpire(CMNTimeValue* remaining, uns
             long long next = After(deadline, node.m_tvInterval);
             if (next < now)
                 next = After(now, node.m_tvInterval);
-            m_Handlers[node.m_pHandler] = m_Timers.emplace(CKey(next, m_qwOrder++), node).first;
+            m_Handlers.find(node.m_pHandler)->second = Move(first, CKey(next, m_qwOrder++), node);
         }
         ++fired;
         node.m_pHandler->OnTimeout(tvNow, node.m_pArg);

@@ -1,6 +1,7 @@
 #include "mantle/IMNEvent.h"
 
-#include <deque>
+#include <list>
+#include <new>
 
 #include "CMNThreadLocal.h"
 
@@ -11,14 +12,18 @@ namespace mantle
 class CMNRefusedEvents
 {
 public:
-    std::deque<IMNEvent*> m_Events;
+    std::list<IMNEvent*> m_Events;
 };
 
 MNResult MNRefuseEvent(IMNEvent* event)
 {
     CMNThreadLocal& local = CMNThreadLocal::Get();
     if (local.m_dwRefusals == s_nMNNestedRefusals) {
-        local.m_pRefused->m_Events.push_back(event);
+        try {
+            local.m_pRefused->m_Events.push_back(event);
+        } catch (const std::bad_alloc&) {
+            event->OnDestorySelf();  // deeper instead
+        }
         return MN_ERROR_NOT_INITIALIZED;
     }
     if (local.m_dwRefusals != 0) {

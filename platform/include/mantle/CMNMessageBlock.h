@@ -64,7 +64,8 @@ public:
 
     // A new chain with the readable bytes: shares data blocks that the chain owns, copies those it does not,
     // and copies what would pin a buffer more than four times as large as what it carries. Empty blocks are
-    // left out; an empty chain gives one empty block.
+    // left out; an empty chain gives one empty block. Without memory std::bad_alloc comes out of it, as out of making a
+    // block, and nothing has changed.
     CMNMessageBlock* DuplicateChained() const;
 
     // Deletes the whole chain, this block included (which was made by new).

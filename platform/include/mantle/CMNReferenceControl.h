@@ -122,6 +122,7 @@ private:
     CMNPendingDelete* m_pPrev = nullptr;
     class CMNPendingDeleteList* m_pList = nullptr;
     IMNTimerHandler* m_pHandler = nullptr;
+    bool m_bWithoutTimer = false;  // there was no memory for it; the list's next deletion takes this one along
 };
 
 // The timer handler of a deferred deletion.

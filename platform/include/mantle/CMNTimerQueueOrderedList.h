@@ -51,6 +51,9 @@ private:
     using CKey = std::pair<long long, unsigned long long>;  // deadline in microseconds, order of scheduling
     using CTimers = std::map<CKey, CNode>;
 
+    // Add makes a timer; false when there is no memory. Move gives one a new deadline and asks for none.
+    bool Add(const CKey& key, const CNode& node);
+    CTimers::iterator Move(CTimers::iterator timer, const CKey& key, const CNode& node);
     long long Earliest() const noexcept;
     void TellObserver(long long earliestBefore);
 

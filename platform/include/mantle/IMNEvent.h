@@ -2,6 +2,8 @@
 #ifndef MANTLE_IMNEVENT_H
 #define MANTLE_IMNEVENT_H
 
+#include <list>
+
 #include "mantle/MNDefines.h"
 
 namespace mantle
@@ -34,15 +36,29 @@ public:
     };
 
     // Queues `event`; first in, first out, whatever the priority. Thread: any. Owns: the queue from here on,
-    // also when it refuses. Returns: 0; 10008 for null; 10002 when the queue is closed, after OnDestorySelf.
+    // also when it refuses. Returns: 0; 10008 for null; 10002 when the queue is closed, 10006 when there is no memory,
+    // after OnDestorySelf.
     virtual MNResult PostEvent(IMNEvent* event, EPriority priority = EPRIORITY_NORMAL) = 0;
 
     // Runs `event` on the queue's thread and waits for it; in place when the caller is that thread.
-    // Thread: any. Returns: what OnEventFire returned; 10008 for null; 10002 when the queue is closed.
+    // Thread: any. Returns: what OnEventFire returned; 10008 for null; 10002 when the queue is closed; 10006 when there
+    // is no memory.
     virtual MNResult SendEvent(IMNEvent* event) = 0;
 
     // A momentary value. Thread: any.
     virtual unsigned long GetPendingEventsCount() = 0;
+
+    // The place of one event in a queue, made beforehand with the event in it.
+    using CPlace = std::list<IMNEvent*>;
+
+    // As PostEvent, for an event that must not be lost: the queues of the framework ask for no memory. `place` holds
+    // the one event, and nothing afterwards. Thread: any. Returns: as PostEvent.
+    virtual MNResult PostPrepared(CPlace& place)
+    {
+        IMNEvent* const event = place.front();
+        place.clear();
+        return PostEvent(event);
+    }
 
     virtual ~IMNEventQueue() = default;
 };

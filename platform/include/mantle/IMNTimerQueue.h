@@ -22,7 +22,8 @@ class MANTLE_API IMNTimerQueue
 public:
     // Calls `handler` after `interval`, `count` times with `interval` in between (0: until cancelled).
     // Scheduling a handler again replaces its schedule. Returns: 0; 10008 for a null handler or a negative
-    // interval; 10002 when the queue is closed.
+    // interval; 10002 when the queue is closed; 10006 when there is no memory (nothing changes; a handler that is
+    // scheduled already needs none).
     virtual MNResult ScheduleTimer(IMNTimerHandler* handler, void* arg, const CMNTimeValue& interval,
                                    unsigned long count) = 0;
 
