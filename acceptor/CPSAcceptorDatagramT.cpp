@@ -1,5 +1,8 @@
 #include "acceptor/CPSAcceptorDatagramT.h"
 
+#include <new>
+#include <optional>
+
 #include "acceptor/CPSAcceptorRaw.h"
 #include "acceptor/CPSAcceptorUdp.h"
 #include "mantle/CMNMessageBlock.h"
@@ -7,6 +10,7 @@
 #include "reactor/CPSSelfHold.h"
 #include "transport/CPSTransportRaw.h"
 #include "transport/CPSTransportUdp.h"
+#include "transport/PSReceiveBlock.h"
 #include "transport/PSTransportOptions.h"
 #include "uxport/IPSAcceptorConnectorSink.h"
 #include "uxport/IPSTransportSink.h"
@@ -95,12 +99,14 @@ int CPSAcceptorDatagramT<Acceptor, Transport, Socket>::OnInput(int)
     const int handle = GetHandle();
     for (int receives = 0; receives < Transport::s_nMaxReceives; ++receives) {
         CMNInetAddr peer;
-        CMNMessageBlock block(Transport::s_dwReceiveSize);
-        const long received = m_Socket.RecvFrom(block.GetWritePtr(), block.GetSpace(), peer, 0);
+        std::optional<CMNMessageBlock> block;
+        if (!PSMakeBlock(block, Transport::s_dwReceiveSize))
+            return 0;  // the data stays where it is until the next turn
+        const long received = m_Socket.RecvFrom(block->GetWritePtr(), block->GetSpace(), peer, 0);
         if (received <= 0)
             return static_cast<int>(received);
-        block.AdvanceWritePtr(static_cast<unsigned long>(received));
-        Deliver_i(peer, block);
+        block->AdvanceWritePtr(static_cast<unsigned long>(received));
+        Deliver_i(peer, *block);
         if (GetHandle() != handle || hold.IsLast(m_dwChildren))
             return 0;
     }
@@ -112,15 +118,30 @@ void CPSAcceptorDatagramT<Acceptor, Transport, Socket>::Deliver_i(const CMNInetA
 {
     mantle::CMNAutoPtr<Transport> transport(FindChild_i(peer));
     if (!transport) {
-        transport = new Transport(m_pReactor, peer, static_cast<Acceptor*>(this));
-        transport->GetPeer().SetHandle(GetHandle());
-        if (!AddChild_i(peer, transport.Get()))
+        transport = new (std::nothrow) Transport(m_pReactor, peer, static_cast<Acceptor*>(this));
+        if (!transport)
+            PSReportNoMemory("a new peer");
+        if (!transport || !AddChildSafely_i(peer, transport.Get()))
             return;
+        transport->GetPeer().SetHandle(GetHandle());
         if (m_pSink)
             m_pSink->OnConnectIndication(0, transport.Get(), this);
     }
     if (IPSTransportSink* sink = transport->GetSink())
         sink->OnReceive(block, transport.Get(), nullptr);
+}
+
+// Returns: false when there is no table any more or no memory for the peer, which is then as if it had not been heard.
+template <class Acceptor, class Transport, class Socket>
+bool CPSAcceptorDatagramT<Acceptor, Transport, Socket>::AddChildSafely_i(const CMNInetAddr& peer,
+                                                                         Transport* transport) noexcept
+{
+    try {
+        return AddChild_i(peer, transport);
+    } catch (const std::bad_alloc&) {
+        PSReportNoMemory("a new peer");
+        return false;
+    }
 }
 
 template <class Acceptor, class Transport, class Socket>

@@ -68,6 +68,7 @@ private:
     virtual void OnLeft_i() = 0;
 
     void Deliver_i(const CMNInetAddr& peer, CMNMessageBlock& block);
+    bool AddChildSafely_i(const CMNInetAddr& peer, Transport* transport) noexcept;
 
     // Gives up what a started or half-started acceptor has.
     void CleanUp_i();

@@ -1,9 +1,12 @@
 #include "acceptor/CPSAcceptorTcp.h"
 
+#include <new>
+
 #include "ipstack/ps_socket.h"
 #include "mantle/CMNInetAddr.h"
 #include "reactor/CPSReactorBase.h"
 #include "reactor/CPSSelfHold.h"
+#include "reactor/PSNoMemory.h"
 #include "socket/PSStackAddress.h"
 #include "transport/CPSTransportTcp.h"
 #include "uxport/IPSAcceptorConnectorSink.h"
@@ -62,7 +65,12 @@ bool CPSAcceptorTcp::AcceptOne_i()
     const int handle = ps_accept(GetHandle(), PSStackAddress(peer), &length);
     if (handle < 0)
         return false;
-    auto* transport = new CPSTransportTcp(m_pReactor);
+    auto* transport = new (std::nothrow) CPSTransportTcp(m_pReactor);
+    if (!transport) {
+        PSReportNoMemory("an accepted connection");
+        ps_close(handle);
+        return true;
+    }
     transport->GetPeer().SetHandle(handle);
     if (transport->GetPeer().Enable(CPSIPCBase::s_nNonBlock) != 0) {
         delete transport;

@@ -3,6 +3,7 @@
 #define UXPORT_CONNECTOR_CPSCONNECTORDATAGRAMT_H
 
 #include <cstdint>
+#include <new>
 
 #include "connector/IPSConnectorInternal.h"
 #include "ipstack/ps_socket.h"
@@ -44,8 +45,7 @@ public:
             m_LocalAddr = *localAddr;
         if (m_pTransport || !Open_i(peerAddr, number1, number2))
             return PS_CONNECT_FAILED;
-        Schedule_i();
-        return MN_OK;
+        return Schedule_i() == MN_ERROR_UNEXPECTED ? PS_CONNECT_FAILED : MN_OK;
     }
 
     // A transport that has not been handed over is deleted at once.
@@ -84,7 +84,9 @@ private:
     // Returns: whether the transport is connected. It is held in any case.
     bool Open_i(const CMNInetAddr& peerAddr, unsigned short number1, unsigned short number2)
     {
-        m_pTransport = new Transport(m_pReactor, peerAddr, nullptr);
+        m_pTransport = new (std::nothrow) Transport(m_pReactor, peerAddr, nullptr);
+        if (!m_pTransport)
+            return false;
         Socket& socket = m_pTransport->GetPeer();
         return OpenSocket_i(socket, m_LocalAddr, number1, number2) == 0 && socket.Enable(Socket::s_nNonBlock) != -1 &&
                ps_connect(socket.GetHandle(), PSStackAddress(peerAddr), peerAddr.GetSize()) != -1;

@@ -3,6 +3,7 @@
 #define UXPORT_CONNECTOR_CPSCONNECTORTCPT_H
 
 #include <cstdint>
+#include <new>
 
 #include "connector/IPSConnectorInternal.h"
 #include "ipstack/ps_socket.h"
@@ -57,7 +58,9 @@ public:
         m_PeerAddr = peerAddr;
         if (localAddr)
             m_LocalAddr = *localAddr;
-        auto* transport = new Transport(m_pReactor);
+        auto* transport = new (std::nothrow) Transport(m_pReactor);
+        if (!transport)
+            return PS_CONNECT_FAILED;
         transport->AddReference();
         CPSConnectorTcpT::Close();  // while the attempt before can still be found by its handle
         m_pTransport = transport;

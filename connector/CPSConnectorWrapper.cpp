@@ -68,12 +68,19 @@ MNResult CPSConnectorWrapper::AsycConnect(IPSAcceptorConnectorSink* sink, const 
         m_pReactor->CancelTimer(this);  // the superseded attempt's time-out must not end this one
     m_pSink = sink;
     m_dwClosed = 0;
+    MNResult result = PS_CONNECT_FAILED;
     if (m_pSink && m_pConnector) {
-        const MNResult result = m_pConnector->Connect(peerAddr, localAddr, number1, number2);
-        if (result != PS_CONNECT_FAILED)
-            return timeout ? m_pReactor->ScheduleTimer(this, ReasonArgument(), *timeout, 1) : result;
+        result = m_pConnector->Connect(peerAddr, localAddr, number1, number2);
+        if (result != PS_CONNECT_FAILED && !timeout)
+            return result;
     }
-    return m_pReactor->ScheduleTimer(this, ReasonArgument(), CMNTimeValue(0, 0), 1);
+    result = m_pReactor->ScheduleTimer(this, ReasonArgument(),
+                                       result == PS_CONNECT_FAILED ? CMNTimeValue(0, 0) : *timeout, 1);
+    if (result == MN_ERROR_UNEXPECTED) {
+        Close_i();
+        m_pSink = nullptr;
+    }
+    return result;
 }
 
 void CPSConnectorWrapper::OnTimeout(const CMNTimeValue&, void* arg)

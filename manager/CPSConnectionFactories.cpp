@@ -1,4 +1,6 @@
 // The part of the manager that makes servers and clients.
+#include <new>
+
 #include "acceptor/CPSAcceptorRaw.h"
 #include "acceptor/CPSAcceptorTcp.h"
 #include "acceptor/CPSAcceptorUdp.h"
@@ -24,9 +26,18 @@ MNResult CPSConnectionManager::Create_i(unsigned long connectionType, Interface*
     CMNThread* threadUser = CMNThreadManager::Instance()->GetThread(CMNThreadManager::TT_CURRENT);
     if (!threadUser)
         return MN_ERROR_FAILURE;
-    if (IsNetworkThread(CMNThreadManager::GetThreadSelfId()))
-        return (this->*direct)(connectionType, out);
-    out = new Proxy(connectionType, reactor, threadUser);
+    if (IsNetworkThread(CMNThreadManager::GetThreadSelfId())) {
+        try {
+            return (this->*direct)(connectionType, out);
+        } catch (const std::bad_alloc&) {
+            return MN_ERROR_UNEXPECTED;
+        }
+    }
+    try {
+        out = new Proxy(connectionType, reactor, threadUser);
+    } catch (const std::bad_alloc&) {
+        return MN_ERROR_UNEXPECTED;
+    }
     out->AddReference();
     return MN_OK;
 }

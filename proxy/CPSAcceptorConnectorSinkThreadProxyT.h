@@ -2,8 +2,13 @@
 #ifndef UXPORT_PROXY_CPSACCEPTORCONNECTORSINKTHREADPROXYT_H
 #define UXPORT_PROXY_CPSACCEPTORCONNECTORSINKTHREADPROXYT_H
 
+#include <memory>
+#include <new>
+
 #include "proxy/CPSEventOfProxyT.h"
+#include "proxy/CPSPreparedEvent.h"
 #include "proxy/CPSTransportThreadProxy.h"
+#include "reactor/PSNoMemory.h"
 #include "uxport/IPSAcceptorConnectorSink.h"
 
 namespace uxport
@@ -18,6 +23,16 @@ public:
     CPSEventOnConnectIndication(Proxy* owner, unsigned long attempt, long result, IPSTransport* transport)
         : CPSEventOfProxyT<Proxy>(owner), m_dwAttempt(attempt), m_lResult(result), m_pTransport(transport)
     {
+    }
+
+    // Made before it is needed. Set returns false when the proxy is dying.
+    CPSEventOnConnectIndication() : CPSEventOnConnectIndication(nullptr, 0, 0, nullptr) {}
+    bool Set(Proxy* owner, unsigned long attempt, long result, IPSTransport* transport)
+    {
+        m_dwAttempt = attempt;
+        m_lResult = result;
+        m_pTransport = transport;
+        return this->SetOwner(owner);
     }
 
     // Returns: 0 delivered, or stopped meanwhile (the transport is then disconnected with 10002); 10005 without
@@ -51,26 +66,24 @@ template <class Proxy>
 class CPSAcceptorConnectorSinkThreadProxyT : public IPSAcceptorConnectorSink
 {
 public:
-    // Thread: the network thread. Returns: the post's result; 10002 when the proxy is dying (the transport is
-    // disconnected); what OpenWithSink returned where that failed for an acceptor.
+    // Thread: the network thread. Returns: the post's result; 10002 when the proxy is dying, 10006 when there is no
+    // memory for it (the transport is disconnected); what OpenWithSink returned where that failed for an acceptor.
     MNResult OnConnectIndication(long result, IPSTransport* transport, IPSAcceptorConnectorId*) override
     {
         mantle::CMNAutoPtr<IPSTransport> proxy;
         if (result == 0 && transport) {
-            auto* wrapped = new CPSTransportThreadProxy(transport, m_pOwner->m_pReactorNetwork, m_pOwner->m_pThreadUser,
-                                                        m_pOwner->m_dwType);
-            if (const MNResult opened = transport->OpenWithSink(wrapped); opened != MN_OK) {
-                delete wrapped;
-                if (!m_pOwner->IsConnector())
-                    return opened;
-                result = static_cast<long>(opened);
-            } else {
-                proxy = wrapped;
-            }
+            const MNResult wrapped = Wrap_i(*transport, proxy);
+            if (wrapped != MN_OK && !m_pOwner->IsConnector())
+                return wrapped;
+            result = static_cast<long>(wrapped);
         }
-        IMNEvent* event = PSMakeEvent<CPSEventOnConnectIndication<Proxy>>(m_pOwner, m_dwAttempt, result, proxy.Get());
+        IMNEventQueue::CPlace place;
         // A refusal drops the event's reference, which may be the last: this object is not touched behind the post.
-        const MNResult posted = event ? PSPostToUser(m_pOwner->m_pThreadUser, event) : MN_ERROR_NOT_INITIALIZED;
+        MNResult posted = MakeEvent_i(place, result, proxy.Get());
+        if (posted == MN_OK)
+            posted = PSPostToUser(m_pOwner->m_pThreadUser, place);
+        else if (posted == MN_ERROR_UNEXPECTED)
+            PSReportNoMemory("an indication");
         if (posted != MN_OK && proxy)
             transport->Disconnect(static_cast<long>(MN_ERROR_NOT_INITIALIZED));
         return posted;
@@ -84,6 +97,39 @@ protected:
     IPSAcceptorConnectorSink* m_pSink = nullptr;  // the application's; user thread only
     Proxy* m_pOwner;
     unsigned long m_dwAttempt = 0;  // the start that the network side works on; network thread only
+    CPSPreparedEvent m_Outcome;     // a connector's, of that attempt; network thread only
+
+private:
+    // Gives the transport a proxy as its sink. Returns: 0; 10006; what OpenWithSink returned.
+    MNResult Wrap_i(IPSTransport& transport, mantle::CMNAutoPtr<IPSTransport>& proxy)
+    {
+        std::unique_ptr<CPSTransportThreadProxy> wrapped;
+        try {
+            wrapped = std::make_unique<CPSTransportThreadProxy>(&transport, m_pOwner->m_pReactorNetwork,
+                                                                m_pOwner->m_pThreadUser, m_pOwner->m_dwType);
+        } catch (const std::bad_alloc&) {
+            PSReportNoMemory("a connection's proxy");
+            transport.Disconnect(static_cast<long>(MN_ERROR_UNEXPECTED));
+            return MN_ERROR_UNEXPECTED;
+        }
+        const MNResult opened = transport.OpenWithSink(wrapped.get());
+        if (opened == MN_OK)
+            proxy = wrapped.release();
+        return opened;
+    }
+
+    // The indication's event. Returns: 0; 10002 when the proxy is dying; 10006 when there is no memory.
+    MNResult MakeEvent_i(IMNEventQueue::CPlace& place, long result, IPSTransport* proxy)
+    {
+        using CEvent = CPSEventOnConnectIndication<Proxy>;
+        if (!m_Outcome.IsThere())
+            return PSMakeEvent<CEvent>(place, m_pOwner, m_dwAttempt, result, proxy);
+        CPSPreparedEvent outcome(std::move(m_Outcome));
+        if (!outcome.As<CEvent>().Set(m_pOwner, m_dwAttempt, result, proxy))
+            return MN_ERROR_NOT_INITIALIZED;
+        place.splice(place.end(), outcome.GetPlace());
+        return MN_OK;
+    }
 };
 
 }  // namespace uxport

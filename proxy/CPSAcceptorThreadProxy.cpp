@@ -68,6 +68,7 @@ CPSAcceptorThreadProxy::CPSAcceptorThreadProxy(unsigned long type, IPSReactor* r
     : CPSAcceptorConnectorSinkThreadProxyT(this),
       m_pThreadUser(threadUser),
       m_pReactorNetwork(reactorNetwork),
+      m_Delete(std::make_unique<CPSEventDeleteProxyT<CPSAcceptorThreadProxy>>()),
       m_dwType(type)
 {
     BindStopFlagToCurrentThread();
@@ -84,8 +85,10 @@ MNResult CPSAcceptorThreadProxy::StartListen(IPSAcceptorConnectorSink* sink, con
     if (!sink)
         return MN_ERROR_INVALID_ARG;
     m_pSink = sink;
-    IMNEvent* event = PSMakeEvent<CPSEventStartListen>(this, m_dwStarts + 1, localAddr, number1, number2);
-    const MNResult result = event ? PSPostToNetwork(m_pReactorNetwork, event) : MN_ERROR_NOT_INITIALIZED;
+    IMNEventQueue::CPlace place;
+    MNResult result = PSMakeEvent<CPSEventStartListen>(place, this, m_dwStarts + 1, localAddr, number1, number2);
+    if (result == MN_OK)
+        result = PSPostToNetwork(m_pReactorNetwork, place);
     if (result != MN_OK) {
         m_pSink = nullptr;
         return result;
@@ -100,15 +103,18 @@ MNResult CPSAcceptorThreadProxy::StopListen(long reason)
     EnsureStopFlagThread("CPSAcceptorThreadProxy::StopListen");
     if (IsFlagStopped())
         return MN_OK;
+    IMNEventQueue::CPlace place;
+    const MNResult made = PSMakeEvent<CPSEventStopListen>(place, this, reason);
+    if (made == MN_ERROR_UNEXPECTED)
+        return made;
     SetStopFlag();
     m_pSink = nullptr;
-    IMNEvent* event = PSMakeEvent<CPSEventStopListen>(this, reason);
-    return event ? PSPostToNetwork(m_pReactorNetwork, event) : MN_ERROR_NOT_INITIALIZED;
+    return made == MN_OK ? PSPostToNetwork(m_pReactorNetwork, place) : made;
 }
 
 void CPSAcceptorThreadProxy::OnReferenceDestory()
 {
-    PSDeleteOnNetworkThread(this, m_pReactorNetwork);
+    PSDeleteOnNetworkThread(this, m_pReactorNetwork, m_Delete);
 }
 
 }  // namespace uxport

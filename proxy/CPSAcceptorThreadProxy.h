@@ -27,12 +27,12 @@ public:
     bool IsConnector() override { return false; }
 
     // Posts the start. A failure of the start itself (an address in use) is not reported. Returns: 0; 10003 while
-    // started; 10008 for a null sink; the post's result.
+    // started; 10008 for a null sink; 10006 when there is no memory; the post's result.
     MNResult StartListen(IPSAcceptorConnectorSink* sink, const CMNInetAddr& localAddr, unsigned short number1,
                          unsigned short number2) override;
 
     // No indication follows; a connection on its way is disconnected with 10002. Returns: 0, also when stopped
-    // already; the post's result.
+    // already; 10006 when there is no memory, and nothing has changed; the post's result.
     MNResult StopListen(long reason) override;
 
     void OnReferenceDestory() override;
@@ -48,6 +48,7 @@ private:
 
     mantle::CMNThread* m_pThreadUser;
     IPSReactor* m_pReactorNetwork;
+    CPSPreparedEvent m_Delete;
     mantle::CMNAutoPtr<IPSAcceptor> m_pAcceptorActual;  // network thread only
     unsigned long m_dwType;
     unsigned long m_dwStarts = 0;  // user thread only

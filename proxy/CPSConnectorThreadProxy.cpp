@@ -24,7 +24,8 @@ public:
           m_LocalAddr(localAddr ? *localAddr : CMNInetAddr()),
           m_bLocalAddr(localAddr != nullptr),
           m_wNumber1(number1),
-          m_wNumber2(number2)
+          m_wNumber2(number2),
+          m_Outcome(std::make_unique<CPSEventOnConnectIndication<CPSConnectorThreadProxy>>())
     {
     }
 
@@ -35,18 +36,30 @@ public:
         IPSConnector*& out = actual.ParaOut();
         if (!manager)
             return MN_ERROR_NOT_INITIALIZED;
-        if (const MNResult result = manager->CreateConnectionClient(m_pOwner->m_dwType, out); result != MN_OK)
-            return result;
-        if (!actual)
+        const MNResult result = manager->CreateConnectionClient(m_pOwner->m_dwType, out);
+        if (result == MN_OK && !actual)
             return MN_ERROR_NULL_POINTER;
+        if (result != MN_OK && result != MN_ERROR_UNEXPECTED)
+            return result;
         m_pOwner->CPSAcceptorConnectorSinkThreadProxyT::m_dwAttempt = m_dwAttempt;
-        // A failure, too, arrives as an indication.
-        actual->AsycConnect(m_pOwner, m_PeerAddr, m_bTimeout ? &m_tvTimeout : nullptr,
-                            m_bLocalAddr ? &m_LocalAddr : nullptr, m_wNumber1, m_wNumber2);
-        return MN_OK;
+        m_pOwner->m_Outcome = std::move(m_Outcome);
+        if (result == MN_OK && Connect_i(*actual))
+            return MN_OK;
+        PSReportNoMemory("an attempt to connect");
+        actual = nullptr;
+        return m_pOwner->OnConnectIndication(static_cast<long>(MN_ERROR_FAILURE), nullptr, nullptr);
     }
 
 private:
+    // A failure, too, arrives as an indication. Returns: false when there was no memory for that either.
+    bool Connect_i(IPSConnector& actual)
+    {
+        // With a time-out a refusal for want of memory is told from the wake-up pipe's.
+        CMNTimeValue timeout = m_bTimeout ? m_tvTimeout : CMNTimeValue::s_tvMax;
+        return actual.AsycConnect(m_pOwner, m_PeerAddr, &timeout, m_bLocalAddr ? &m_LocalAddr : nullptr, m_wNumber1,
+                                  m_wNumber2) != MN_ERROR_UNEXPECTED;
+    }
+
     unsigned long m_dwAttempt;
     CMNInetAddr m_PeerAddr;
     CMNTimeValue m_tvTimeout;
@@ -55,6 +68,7 @@ private:
     bool m_bLocalAddr;
     unsigned short m_wNumber1;
     unsigned short m_wNumber2;
+    CPSPreparedEvent m_Outcome;  // until the attempt is the network side's
 };
 
 // To the network thread: cancel and let go of the real connector.
@@ -78,6 +92,7 @@ CPSConnectorThreadProxy::CPSConnectorThreadProxy(unsigned long type, IPSReactor*
     : CPSAcceptorConnectorSinkThreadProxyT(this),
       m_pThreadUser(threadUser ? threadUser : CMNThreadManager::Instance()->GetThread(CMNThreadManager::TT_CURRENT)),
       m_pReactorNetwork(reactorNetwork),
+      m_Delete(std::make_unique<CPSEventDeleteProxyT<CPSConnectorThreadProxy>>()),
       m_dwType(type)
 {
     BindStopFlagToCurrentThread();
@@ -90,10 +105,14 @@ MNResult CPSConnectorThreadProxy::AsycConnect(IPSAcceptorConnectorSink* sink, co
                                               unsigned short number2)
 {
     EnsureStopFlagThread("CPSConnectorThreadProxy::AsycConnect");
+    IMNEventQueue::CPlace place;
+    MNResult result =
+        PSMakeEvent<CPSEventAsycConnect>(place, this, m_dwAttempts + 1, peerAddr, timeout, localAddr, number1, number2);
+    if (result == MN_ERROR_UNEXPECTED)
+        return result;
     m_pSink = sink;
-    IMNEvent* event =
-        PSMakeEvent<CPSEventAsycConnect>(this, m_dwAttempts + 1, peerAddr, timeout, localAddr, number1, number2);
-    const MNResult result = event ? PSPostToNetwork(m_pReactorNetwork, event) : MN_ERROR_NOT_INITIALIZED;
+    if (result == MN_OK)
+        result = PSPostToNetwork(m_pReactorNetwork, place);
     if (result != MN_OK)
         return result;
     ++m_dwAttempts;
@@ -105,9 +124,12 @@ MNResult CPSConnectorThreadProxy::CancelConnect()
     EnsureStopFlagThread("CPSConnectorThreadProxy::CancelConnect");
     if (IsFlagStopped())
         return static_cast<MNResult>(GetStopFlag());
+    IMNEventQueue::CPlace place;
+    const MNResult made = PSMakeEvent<CPSEventCancelConnect>(place, this);
+    if (made == MN_ERROR_UNEXPECTED)
+        return made;
     SetStopFlag();
-    IMNEvent* event = PSMakeEvent<CPSEventCancelConnect>(this);
-    return event ? PSPostToNetwork(m_pReactorNetwork, event) : MN_ERROR_NOT_INITIALIZED;
+    return made == MN_OK ? PSPostToNetwork(m_pReactorNetwork, place) : made;
 }
 
 MNResult CPSConnectorThreadProxy::SetStopFlag()
@@ -118,7 +140,7 @@ MNResult CPSConnectorThreadProxy::SetStopFlag()
 
 void CPSConnectorThreadProxy::OnReferenceDestory()
 {
-    PSDeleteOnNetworkThread(this, m_pReactorNetwork);
+    PSDeleteOnNetworkThread(this, m_pReactorNetwork, m_Delete);
 }
 
 }  // namespace uxport

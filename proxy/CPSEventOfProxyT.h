@@ -2,6 +2,7 @@
 #ifndef UXPORT_PROXY_CPSEVENTOFPROXYT_H
 #define UXPORT_PROXY_CPSEVENTOFPROXYT_H
 
+#include <new>
 #include <utility>
 
 #include "mantle/CMNThread.h"
@@ -13,30 +14,25 @@
 namespace uxport
 {
 
-// Post to a queue of either side. Own: `event`, also when they refuse. Return: the post's result; 10002 when
-// there is no queue, or it takes no more events.
-inline MNResult PSPostToUser(mantle::CMNThread* thread, IMNEvent* event)
+// Post to a queue of either side the event that `place` holds, which asks for no memory. Own: the event, also when they
+// refuse. Return: the post's result; 10002 when there is no queue, or it takes no more events.
+inline MNResult PSPostToQueue(IMNEventQueue* queue, IMNEventQueue::CPlace& place)
 {
-    IMNEventQueue* queue = thread ? thread->GetEventQueue() : nullptr;
-    return queue ? queue->PostEvent(event, IMNEventQueue::EPRIORITY_NORMAL) : mantle::MNRefuseEvent(event);
+    if (queue)
+        return queue->PostPrepared(place);
+    IMNEvent* const event = place.front();
+    place.clear();
+    return mantle::MNRefuseEvent(event);
 }
 
-inline MNResult PSPostToNetwork(IPSReactor* reactor, IMNEvent* event)
+inline MNResult PSPostToUser(mantle::CMNThread* thread, IMNEventQueue::CPlace& place)
 {
-    return reactor ? reactor->PostEvent(event, IMNEventQueue::EPRIORITY_NORMAL) : mantle::MNRefuseEvent(event);
+    return PSPostToQueue(thread ? thread->GetEventQueue() : nullptr, place);
 }
 
-// Deletes a proxy on the network thread, in place when this is it or when there is no reactor to do it. A thread
-// that is neither side's is reported and treated like the user thread.
-template <class Proxy>
-void PSDeleteOnNetworkThread(Proxy* proxy, IPSReactor* reactor)
+inline MNResult PSPostToNetwork(IPSReactor* reactor, IMNEventQueue::CPlace& place)
 {
-    if (!reactor || PSIsNetworkThread()) {
-        delete proxy;
-        return;
-    }
-    proxy->EnsureStopFlagThread("PSDeleteOnNetworkThread");
-    PSPostToNetwork(reactor, new CPSEventDeleteProxyT<Proxy>(proxy));
+    return PSPostToQueue(reactor, place);
 }
 
 // An event that keeps its proxy alive.
@@ -46,19 +42,48 @@ class CPSEventOfProxyT : public IMNEvent
 public:
     // Owns: the reference on `owner` that the caller has taken.
     explicit CPSEventOfProxyT(Proxy* owner) : m_pOwner(owner) {}
-    ~CPSEventOfProxyT() override { m_pOwner->ReleaseReference(); }
+    ~CPSEventOfProxyT() override
+    {
+        if (m_pOwner)
+            m_pOwner->ReleaseReference();
+    }
     CPSEventOfProxyT(const CPSEventOfProxyT&) = delete;
     CPSEventOfProxyT& operator=(const CPSEventOfProxyT&) = delete;
+
+    // For an event that was made before it was needed, without an owner. Returns: false when the proxy is dying, which
+    // nothing revives.
+    bool SetOwner(Proxy* owner)
+    {
+        if (!owner->TryAddReference())
+            return false;
+        m_pOwner = owner;
+        return true;
+    }
 
 protected:
     Proxy* m_pOwner;
 };
 
-// Makes an event for a proxy that may be dying. Returns: null when it is, which nothing revives.
+// Makes an event for a proxy that may be dying, and its place in a queue. Returns: 0; 10002 when it is, which nothing
+// revives; 10006 when there is no memory.
 template <class Event, class Proxy, class... Args>
-Event* PSMakeEvent(Proxy* owner, Args&&... args)
+MNResult PSMakeEvent(IMNEventQueue::CPlace& place, Proxy* owner, Args&&... args)
 {
-    return owner->TryAddReference() ? new Event(owner, std::forward<Args>(args)...) : nullptr;
+    try {
+        IMNEventQueue::CPlace made(1, nullptr);
+        if (!owner->TryAddReference())
+            return MN_ERROR_NOT_INITIALIZED;
+        // What its constructor throws has given the reference back.
+        made.front() = new (std::nothrow) Event(owner, std::forward<Args>(args)...);
+        if (!made.front()) {
+            owner->ReleaseReference();
+            return MN_ERROR_UNEXPECTED;
+        }
+        place.splice(place.end(), made);
+        return MN_OK;
+    } catch (const std::bad_alloc&) {
+        return MN_ERROR_UNEXPECTED;
+    }
 }
 
 }  // namespace uxport

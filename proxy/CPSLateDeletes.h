@@ -3,6 +3,7 @@
 #define UXPORT_PROXY_CPSLATEDELETES_H
 
 #include "mantle/IMNEvent.h"
+#include "uxport/PSDefines.h"
 
 namespace uxport
 {
@@ -22,14 +23,30 @@ public:
     static void DeleteAll();
 };
 
-// Deletes a proxy when it runs, or, where it does not, as CPSLateDeletes does.
+// Deletes a proxy when it runs, or, where it does not, as CPSLateDeletes does. It is made with the proxy.
 template <class Proxy>
-class CPSEventDeleteProxyT : public mantle::CMNEventDeleteT<Proxy>
+class CPSEventDeleteProxyT : public mantle::IMNEvent
 {
 public:
-    using mantle::CMNEventDeleteT<Proxy>::CMNEventDeleteT;
+    ~CPSEventDeleteProxyT() override { Delete_i(); }
 
+    void SetProxy(Proxy* proxy) noexcept { m_pProxy = proxy; }
+    MNResult OnEventFire() override
+    {
+        Delete_i();
+        return MN_OK;
+    }
     void OnDestorySelf() override { CPSLateDeletes::Delete(this); }
+
+private:
+    void Delete_i()
+    {
+        Proxy* const proxy = m_pProxy;
+        m_pProxy = nullptr;
+        delete proxy;
+    }
+
+    Proxy* m_pProxy = nullptr;
 };
 
 }  // namespace uxport

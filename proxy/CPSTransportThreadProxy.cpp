@@ -2,151 +2,17 @@
 
 #include <cstdint>
 #include <memory>
+#include <new>
 
 #include "mantle/CMNMessageBlock.h"
 #include "mantle/CMNTimeValue.h"
-#include "proxy/CPSEventOfProxyT.h"
+#include "proxy/CPSTransportEvents.h"
+#include "reactor/PSNoMemory.h"
 
 using mantle::CMNThread;
 
 namespace uxport
 {
-
-namespace
-{
-
-struct CChainDestroyer
-{
-    void operator()(CMNMessageBlock* chain) const { chain->DestroyChained(); }
-};
-using CChain = std::unique_ptr<CMNMessageBlock, CChainDestroyer>;
-
-// A parameter record that has changed threads.
-class CParameterCopy
-{
-public:
-    explicit CParameterCopy(const CPSTransportParameter* param)
-        : m_Param(param ? *param : CPSTransportParameter()), m_pParam(param ? &m_Param : nullptr)
-    {
-    }
-    CParameterCopy(const CParameterCopy&) = delete;
-    CParameterCopy& operator=(const CParameterCopy&) = delete;
-    CPSTransportParameter* Get() { return m_pParam; }
-
-private:
-    CPSTransportParameter m_Param;
-    CPSTransportParameter* m_pParam;
-};
-
-using CEventOfTransport = CPSEventOfProxyT<CPSTransportThreadProxy>;
-
-}  // namespace
-
-// To the network thread: data of the application.
-class CPSEventSendData : public CEventOfTransport
-{
-public:
-    CPSEventSendData(CPSTransportThreadProxy* owner, CMNMessageBlock& data, const CPSTransportParameter* param)
-        : CEventOfTransport(owner), m_pData(data.DuplicateChained()), m_Param(param)
-    {
-    }
-
-    MNResult OnEventFire() override { return m_pOwner->Send_i(m_pData.release(), m_Param.Get(), true); }
-
-private:
-    CChain m_pData;
-    CParameterCopy m_Param;
-};
-
-// To the network thread: the application disconnects.
-class CPSEventDisconnect : public CEventOfTransport
-{
-public:
-    CPSEventDisconnect(CPSTransportThreadProxy* owner, long reason) : CEventOfTransport(owner), m_lReason(reason) {}
-
-    MNResult OnEventFire() override
-    {
-        IPSTransport* transport = m_pOwner->GetTransport();
-        return transport ? transport->Disconnect(m_lReason) : MN_ERROR_NULL_POINTER;
-    }
-
-private:
-    long m_lReason;
-};
-
-// To the user thread: data has arrived.
-class CPSEventOnReceive : public CEventOfTransport
-{
-public:
-    CPSEventOnReceive(CPSTransportThreadProxy* owner, CMNMessageBlock& data, const CPSTransportParameter* param)
-        : CEventOfTransport(owner), m_pData(data.DuplicateChained()), m_Param(param)
-    {
-    }
-
-    MNResult OnEventFire() override
-    {
-        m_pOwner->EnsureStopFlagThread("CPSEventOnReceive");
-        if (m_pOwner->IsFlagStopped())
-            return MN_OK;
-        IPSTransportSink* sink = m_pOwner->GetSink();
-        if (!sink || !m_pData)
-            return MN_ERROR_NULL_POINTER;
-        sink->OnReceive(*m_pData, m_pOwner, m_Param.Get());
-        return MN_OK;
-    }
-
-private:
-    CChain m_pData;
-    CParameterCopy m_Param;
-};
-
-// To the user thread: the transport takes data again.
-class CPSEventOnSend : public CEventOfTransport
-{
-public:
-    CPSEventOnSend(CPSTransportThreadProxy* owner, const CPSTransportParameter* param)
-        : CEventOfTransport(owner), m_Param(param)
-    {
-    }
-
-    MNResult OnEventFire() override
-    {
-        m_pOwner->EnsureStopFlagThread("CPSEventOnSend");
-        if (m_pOwner->IsFlagStopped())
-            return MN_OK;
-        IPSTransportSink* sink = m_pOwner->GetSink();
-        if (!sink)
-            return MN_ERROR_NULL_POINTER;
-        sink->OnSend(m_pOwner, m_Param.Get());
-        return MN_OK;
-    }
-
-private:
-    CParameterCopy m_Param;
-};
-
-// To the user thread: the connection has ended.
-class CPSEventOnDisconnect : public CEventOfTransport
-{
-public:
-    CPSEventOnDisconnect(CPSTransportThreadProxy* owner, long reason) : CEventOfTransport(owner), m_lReason(reason) {}
-
-    MNResult OnEventFire() override
-    {
-        m_pOwner->EnsureStopFlagThread("CPSEventOnDisconnect");
-        if (m_pOwner->IsFlagStopped())
-            return MN_OK;
-        m_pOwner->SetStopFlag();
-        IPSTransportSink* sink = m_pOwner->GetSink();
-        if (!sink)
-            return MN_ERROR_NULL_POINTER;
-        sink->OnDisconnect(m_lReason, m_pOwner);
-        return MN_OK;
-    }
-
-private:
-    long m_lReason;
-};
 
 CPSTransportThreadProxy::CItem::CItem(CMNMessageBlock* data, const CPSTransportParameter* param)
     : m_pData(data), m_Param(param ? *param : CPSTransportParameter()), m_pParam(param ? &m_Param : nullptr)
@@ -160,7 +26,12 @@ CPSTransportThreadProxy::CItem::~CItem()
 
 CPSTransportThreadProxy::CPSTransportThreadProxy(IPSTransport* transport, IPSReactor* reactorNetwork,
                                                  CMNThread* threadUser, unsigned long type)
-    : m_pTransport(transport), m_pThreadUser(threadUser), m_pReactorNetwork(reactorNetwork), m_dwType(type)
+    : m_pTransport(transport),
+      m_pThreadUser(threadUser),
+      m_pReactorNetwork(reactorNetwork),
+      m_dwType(type),
+      m_OnDisconnect(std::make_unique<CPSEventOnDisconnect>()),
+      m_Delete(std::make_unique<CPSEventDeleteProxyT<CPSTransportThreadProxy>>())
 {
     SetStartFlag();
     if (threadUser)
@@ -188,10 +59,10 @@ MNResult CPSTransportThreadProxy::SendData(CMNMessageBlock& data, CPSTransportPa
         param->SentLength = 0;
     if (PSIsNetworkThread())
         return Send_i(&data, param, false);
-    IMNEvent* event = PSMakeEvent<CPSEventSendData>(this, data, param);
-    if (!event)
-        return MN_ERROR_NOT_INITIALIZED;
-    if (const MNResult result = PSPostToNetwork(m_pReactorNetwork, event); result != MN_OK)
+    IMNEventQueue::CPlace place;
+    if (const MNResult result = PSMakeEvent<CPSEventSendData>(place, this, data, param); result != MN_OK)
+        return result;
+    if (const MNResult result = PSPostToNetwork(m_pReactorNetwork, place); result != MN_OK)
         return result;
     if (param)
         param->SentLength = length;
@@ -200,7 +71,7 @@ MNResult CPSTransportThreadProxy::SendData(CMNMessageBlock& data, CPSTransportPa
 
 MNResult CPSTransportThreadProxy::Send_i(CMNMessageBlock* data, CPSTransportParameter* param, bool owned)
 {
-    CChain keep(owned ? data : nullptr);
+    CPSChain keep(owned ? data : nullptr);
     if (!m_pTransport)
         return MN_ERROR_NULL_POINTER;
     m_bNotifyOnSend = false;
@@ -215,21 +86,36 @@ MNResult CPSTransportThreadProxy::Send_i(CMNMessageBlock* data, CPSTransportPara
             return refusal;
     }
     if (data) {
-        Queue_i(data, param, owned);
+        if (!Queue_i(data, param, owned)) {
+            if (!owned) {
+                Drained_i();
+                return MN_ERROR_UNEXPECTED;
+            }
+            // The application has been told that it was taken.
+            PSReportNoMemory("data that waits");
+            return OnDisconnect(static_cast<long>(MN_ERROR_FAILURE), nullptr);
+        }
         static_cast<void>(keep.release());
     }
     return refusal != MN_OK ? Refused_i(refusal) : Drain_i();
 }
 
-void CPSTransportThreadProxy::Queue_i(CMNMessageBlock* data, CPSTransportParameter* param, bool owned)
+bool CPSTransportThreadProxy::Queue_i(CMNMessageBlock* data, CPSTransportParameter* param, bool owned)
 {
-    m_SendQueue.emplace_back(owned ? data : data->DuplicateChained(), param);
+    try {
+        CPSChain copy(owned ? nullptr : data->DuplicateChained());
+        m_SendQueue.emplace_back(owned ? data : copy.get(), param);
+        static_cast<void>(copy.release());
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
     if (owned)
-        return;
+        return true;
     const unsigned long rest = data->GetChainedLength();
     data->AdvanceChainedReadPtr(rest);
     if (param)
         param->SentLength = rest;
+    return true;
 }
 
 MNResult CPSTransportThreadProxy::Drain_i()
@@ -291,10 +177,13 @@ MNResult CPSTransportThreadProxy::Disconnect(long reason)
     EnsureStopFlagThread("CPSTransportThreadProxy::Disconnect");
     if (IsFlagStopped())
         return MN_OK;
+    IMNEventQueue::CPlace place;
+    const MNResult made = PSMakeEvent<CPSEventDisconnect>(place, this, reason);
+    if (made == MN_ERROR_UNEXPECTED)
+        return made;
     SetStopFlag();
     m_pSink = nullptr;
-    IMNEvent* event = PSMakeEvent<CPSEventDisconnect>(this, reason);
-    return event ? PSPostToNetwork(m_pReactorNetwork, event) : MN_ERROR_NOT_INITIALIZED;
+    return made == MN_OK ? PSPostToNetwork(m_pReactorNetwork, place) : made;
 }
 
 MNResult CPSTransportThreadProxy::GetPeerAddr(CMNInetAddr& addr)
@@ -307,24 +196,36 @@ MNResult CPSTransportThreadProxy::GetLocalAddr(CMNInetAddr& addr)
     return m_pTransport ? m_pTransport->GetLocalAddr(addr) : MN_ERROR_NULL_POINTER;
 }
 
-template <class Event, class... Args>
-MNResult CPSTransportThreadProxy::PostToUser_i(Args&&... args)
+MNResult CPSTransportThreadProxy::PostToUser_i(IMNEventQueue::CPlace& place)
 {
-    IMNEvent* event = PSMakeEvent<Event>(this, std::forward<Args>(args)...);
-    if (!event)
-        return MN_ERROR_NOT_INITIALIZED;
     // A refusal drops the event's reference, which may be the last: this object is not touched behind the post.
     // The transport, from inside whose call this runs, is deleted later at the earliest.
     IPSTransport* transport = m_pTransport.Get();
-    const MNResult result = PSPostToUser(m_pThreadUser, event);
+    const MNResult result = PSPostToUser(m_pThreadUser, place);
     if (result != MN_OK && transport)
         transport->Disconnect(static_cast<long>(MN_ERROR_NOT_INITIALIZED));
     return result;
 }
 
+template <class Event, class... Args>
+MNResult CPSTransportThreadProxy::MakeAndPost_i(Args&&... args)
+{
+    IMNEventQueue::CPlace place;
+    const MNResult made = PSMakeEvent<Event>(place, this, std::forward<Args>(args)...);
+    if (made == MN_OK)
+        return PostToUser_i(place);
+    if (made != MN_ERROR_UNEXPECTED)
+        return made;
+    PSReportNoMemory("a callback");
+    // A datagram may get lost; a stream that misses something has ended.
+    if ((m_dwType & CONNECTION_TYPE_TCP) != 0)
+        OnDisconnect(static_cast<long>(MN_ERROR_FAILURE), nullptr);
+    return made;
+}
+
 MNResult CPSTransportThreadProxy::OnReceive(CMNMessageBlock& data, IPSTransport*, CPSTransportParameter* param)
 {
-    return PostToUser_i<CPSEventOnReceive>(data, param);
+    return MakeAndPost_i<CPSEventOnReceive>(data, param);
 }
 
 MNResult CPSTransportThreadProxy::OnSend(IPSTransport*, CPSTransportParameter* param)
@@ -340,29 +241,45 @@ MNResult CPSTransportThreadProxy::OnSend(IPSTransport*, CPSTransportParameter* p
     if (!m_bNotifyOnSend)
         return MN_OK;
     m_bNotifyOnSend = false;
-    return PostToUser_i<CPSEventOnSend>(param);
+    return MakeAndPost_i<CPSEventOnSend>(param);
 }
 
 MNResult CPSTransportThreadProxy::OnDisconnect(long reason, IPSTransport*)
 {
     if (m_pTransport)
         m_pTransport->Disconnect(reason);
-    return PostToUser_i<CPSEventOnDisconnect>(reason);
+    IMNEventQueue::CPlace place;
+    if (!m_OnDisconnect.IsThere()) {  // on its way already
+        const MNResult made = PSMakeEvent<CPSEventOnDisconnect>(place, this, reason);
+        return made == MN_OK ? PostToUser_i(place) : made;
+    }
+    auto& event = m_OnDisconnect.As<CPSEventOnDisconnect>();
+    event.SetReason(reason);
+    if (!event.SetOwner(this))
+        return MN_ERROR_NOT_INITIALIZED;
+    place.swap(m_OnDisconnect.GetPlace());
+    return PostToUser_i(place);
 }
 
 void CPSTransportThreadProxy::OnReferenceDestory()
 {
     SetStopFlag();
     EnlistDelete();
-    if (m_TimerDelete.Schedule(this, CMNTimeValue::s_tvZero, 1) != MN_OK)
+    const MNResult result = m_TimerDelete.Schedule(this, CMNTimeValue::s_tvZero, 1);
+    if (result == MN_ERROR_UNEXPECTED) {
+        ForgetDelete();
+        m_TimerDelete.Cancel();
+        PSPostDelete(this, m_pReactorNetwork, m_Delete);  // also on the network thread: not inside the release
+    } else if (result != MN_OK) {
         OnTimer(&m_TimerDelete);
+    }
 }
 
 void CPSTransportThreadProxy::OnTimer(mantle::CMNTimerWrapperID*)
 {
     ForgetDelete();
     m_TimerDelete.Cancel();
-    PSDeleteOnNetworkThread(this, m_pReactorNetwork);
+    PSDeleteOnNetworkThread(this, m_pReactorNetwork, m_Delete);
 }
 
 }  // namespace uxport

@@ -8,6 +8,7 @@
 #include "mantle/CMNReferenceControl.h"
 #include "mantle/CMNStopFlag.h"
 #include "mantle/CMNTimerWrapperID.h"
+#include "proxy/CPSPreparedEvent.h"
 #include "uxport/IPSTransport.h"
 #include "uxport/IPSTransportSink.h"
 
@@ -50,8 +51,8 @@ public:
     IPSTransportSink* GetSink() override { return m_pSink; }
 
     // Takes all of `data`, whatever becomes of it on the network side; `param` then reads the whole length.
-    // On a network thread sends in place. Returns: 0; 10002 when the network thread takes no more events (`data`
-    // is untouched); in place 10005 without a transport, and the refusal of a datagram.
+    // On a network thread sends in place. Returns: 0; 10002 when the network thread takes no more events, 10006 when there
+    // is no memory (`data` is untouched); in place 10006 with the rest in `data`, 10005 without a transport, and the refusal of a datagram.
     MNResult SendData(CMNMessageBlock& data, CPSTransportParameter* param) override;
 
     // Returns: what the network-side transport returns; 10005 without one; 10008 for a null place of
@@ -59,7 +60,8 @@ public:
     MNResult SetOption(unsigned long optionId, void* arg) override;
     MNResult GetOption(unsigned long optionId, void* arg) override;
 
-    // Nothing is delivered from here on. Returns: 0, also when stopped already; the post's result.
+    // Nothing is delivered from here on. Returns: 0, also when stopped already; 10006 when there is no memory, and nothing
+    // has changed (letting go of the object closes, too); the post's result.
     MNResult Disconnect(long reason) override;
     MNResult GetPeerAddr(CMNInetAddr& addr) override;
     MNResult GetLocalAddr(CMNInetAddr& addr) override;
@@ -102,18 +104,23 @@ private:
     void DeletePending() override { OnTimer(&m_TimerDelete); }
 
     bool IsUdp() const { return (m_dwType & CONNECTION_TYPE_UDP) != 0; }
-    void Queue_i(CMNMessageBlock* data, CPSTransportParameter* param, bool owned);
+    bool Queue_i(CMNMessageBlock* data, CPSTransportParameter* param, bool owned);
     MNResult Drain_i();
     MNResult Refused_i(MNResult refusal);
     void Drained_i();
+    MNResult PostToUser_i(mantle::IMNEventQueue::CPlace& place);
+
+    // Makes a callback's event and posts it. Without memory a stream ends, and its owner is told so.
     template <class Event, class... Args>
-    MNResult PostToUser_i(Args&&... args);
+    MNResult MakeAndPost_i(Args&&... args);
 
     mantle::CMNAutoPtr<IPSTransport> m_pTransport;
     IPSTransportSink* m_pSink = nullptr;  // the application's; user thread only
     mantle::CMNThread* m_pThreadUser;
     IPSReactor* m_pReactorNetwork;
     unsigned long m_dwType;
+    CPSPreparedEvent m_OnDisconnect;  // until it is told
+    CPSPreparedEvent m_Delete;
     mantle::CMNTimerWrapperID m_TimerDelete;
     // Network thread only.
     bool m_bSendBlocked = false;  // the queue holds data that was refused

@@ -1,9 +1,11 @@
 #include "transport/CPSTransportBase.h"
 
 #include <cstdint>
+#include <optional>
 
 #include "mantle/CMNMessageBlock.h"
 #include "socket/CPSSocketBase.h"
+#include "transport/PSReceiveBlock.h"
 #include "uxport/IPSTransportSink.h"
 
 namespace uxport
@@ -56,13 +58,15 @@ int CPSTransportBase::OnClose(int, long)
 int CPSTransportBase::Receive_i(CPSSocketBase& socket)
 {
     for (int receives = 0; receives < s_nMaxReceives; ++receives) {
-        CMNMessageBlock block(s_dwReceiveSize);
-        const long received = socket.Recv(block.GetWritePtr(), block.GetSpace(), 0);
+        std::optional<CMNMessageBlock> block;
+        if (!PSMakeBlock(block, s_dwReceiveSize))
+            return 0;  // the data stays where it is until the next turn
+        const long received = socket.Recv(block->GetWritePtr(), block->GetSpace(), 0);
         if (received <= 0)
             return received == 0 ? 0 : -1;
-        block.AdvanceWritePtr(static_cast<unsigned long>(received));
+        block->AdvanceWritePtr(static_cast<unsigned long>(received));
         if (m_pSink)
-            m_pSink->OnReceive(block, this, nullptr);
+            m_pSink->OnReceive(*block, this, nullptr);
     }
     return 0;
 }

@@ -32,7 +32,7 @@ public:
     // callbacks come to the queue of that thread's own object; the type is looked at on the network thread.
     // Thread: any, after Init.
     // Returns: 0; 10001 before Init or on a thread without a thread object of the framework (`out` untouched);
-    // on a network thread 10008 for an unknown type (`out` null).
+    // on a network thread 10008 for an unknown type (`out` null); 10006 when there is no memory (`out` null or untouched).
     [[nodiscard]] virtual MNResult CreateConnectionClient(unsigned long connectionType, IPSConnector*& out) = 0;
     [[nodiscard]] virtual MNResult CreateConnectionServer(unsigned long connectionType, IPSAcceptor*& out) = 0;
 

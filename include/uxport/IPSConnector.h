@@ -20,7 +20,8 @@ public:
     // way; a UDP or raw one made on the network thread does not, cancel first. A UDP or raw attempt asks the peer
     // nothing: it succeeds on the next turn of the loop.
     // Owns: the arguments are copied; the sink must live until its indication or CancelConnect.
-    // Returns: 0, or the code of the timer queue or the reactor (10002 when it is closed).
+    // Returns: 0, or the code of the timer queue or the reactor (10002 when it is closed; 10006 with a time-out, or on a
+    // user thread: no memory, no attempt is under way).
     virtual MNResult AsycConnect(IPSAcceptorConnectorSink* sink, const CMNInetAddr& peerAddr, CMNTimeValue* timeout,
                                  CMNInetAddr* localAddr, unsigned short number1, unsigned short number2) = 0;
 

@@ -48,7 +48,10 @@ public:
     void AskClose(const std::shared_ptr<CMNUDPChannel>& channel) noexcept;
 
     // Has the channel flushed before the loop waits again or handles another piece. Thread: the background thread.
-    void FlushSoon(const std::shared_ptr<CMNUDPChannel>& channel) noexcept { Add(m_FlushSoon, channel, m_bFlushAllSoon); }
+    void FlushSoon(const std::shared_ptr<CMNUDPChannel>& channel) noexcept
+    {
+        Add(m_FlushSoon, channel, m_bFlushAllSoon);
+    }
     void FlushNow();
 
     // Has the channel tried again in a moment, when the system takes no more. Thread: the background thread.

@@ -13,8 +13,8 @@ namespace ipstack
 
 // Each counter: its identifier and its name. The filter's rows are the reasons why a link's packet was dropped
 // before the stack saw it: link.in = link.delivered + the sum of filter.*. What the stack sends to itself is no link's:
-// loop.* are the reasons why such a packet was dropped. memory.failed: allocations of
-// this layer that failed, each at the cost of a packet, a connection or a call; lwIP counts its own (lwip.*.memerr).
+// loop.* are the reasons why such a packet was dropped. memory.failed: allocations of this layer that failed, each at
+// the cost of a packet, a connection or a call; lwIP counts its own (lwip.*.memerr).
 #define UXPORT_IPSTACK_COUNTERS(X)                         \
   X(LinkIn, "link.in")                                     \
   X(LinkInBytes, "link.in_bytes")                          \

@@ -115,8 +115,8 @@ void CIPSocketUdp::SetPeer(const CIPAddress& peer, bool connected) noexcept
 {
     ip_addr_copy(m_pPcb->remote_ip, peer.m_Ip);
     m_pPcb->remote_port = peer.m_wPort;
-    m_pPcb->flags = static_cast<u8_t>(connected ? m_pPcb->flags | UDP_FLAGS_CONNECTED
-                                                : m_pPcb->flags & ~UDP_FLAGS_CONNECTED);
+    m_pPcb->flags =
+        static_cast<u8_t>(connected ? m_pPcb->flags | UDP_FLAGS_CONNECTED : m_pPcb->flags & ~UDP_FLAGS_CONNECTED);
 }
 
 long CIPSocketUdp::Disconnect()

@@ -5,9 +5,9 @@
 #include <utility>
 
 #include "CIPCore.h"
-#include "CIPReadiness.h"
 #include "CIPCounters.h"
 #include "CIPLink.h"
+#include "CIPReadiness.h"
 #include "CIPSocketTable.h"
 #include "mantle/CMNSingleton.h"
 #include "mantle/CMNWaiter.h"

@@ -151,6 +151,8 @@ void* OrThrow(void* memory)
 
 }  // namespace
 
+// A sanitizer's own allocator needs them before it can be called: in such a build only operator new fails.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 extern "C" {
 
 __attribute__((visibility("default"))) void* malloc(std::size_t size)
@@ -198,8 +200,8 @@ __attribute__((visibility("default"))) int posix_memalign(void** memory, std::si
 }
 
 }  // extern "C"
+#endif
 
-// The sanitizers' own would not come by malloc.
 void* operator new(std::size_t size)
 {
     return OrThrow(NewOrNull(size));
@@ -261,6 +263,23 @@ void operator delete(void* memory, std::size_t, std::align_val_t) noexcept
     std::free(memory);
 }
 void operator delete[](void* memory, std::size_t, std::align_val_t) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, const std::nothrow_t&) noexcept
+{
+    std::free(memory);
+}
+void operator delete[](void* memory, const std::nothrow_t&) noexcept
+{
+    std::free(memory);
+}
+void operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept
+{
+    std::free(memory);
+}
+void operator delete[](void* memory, std::align_val_t, const std::nothrow_t&) noexcept
 {
     std::free(memory);
 }

@@ -43,14 +43,14 @@ void CFetch::Finish()
         Complain("%s: an attempt has no outcome", m_Way.m_szName);
     m_bAsked = false;
     if (m_pConnector) {
-        InLibrary([&] { return m_pConnector->CancelConnect(); });
+        InLibraryTwice([&] { return m_pConnector->CancelConnect(); });
         InLibrary([&] {
             m_pConnector = nullptr;
             return MN_OK;
         });
     }
     if (m_pTransport) {
-        if (const MNResult result = InLibrary([&] { return m_pTransport->Disconnect(0); }))
+        if (const MNResult result = InLibraryTwice([&] { return m_pTransport->Disconnect(0); }))
             Complain("Disconnect answers %lu", result);
         InLibrary([&] {
             m_pTransport = nullptr;

@@ -38,7 +38,7 @@ void CServed::Drop()
     if (!m_pTransport)
         return;
     IPSTransport* const transport = m_pTransport.Get();
-    if (const MNResult result = InLibrary([&] { return transport->Disconnect(0); }))
+    if (const MNResult result = InLibraryTwice([&] { return transport->Disconnect(0); }))
         Complain("Disconnect answers %lu", result);
     InLibrary([&] {
         m_pTransport = nullptr;
@@ -126,7 +126,7 @@ MNResult CServer::Stop()
 {
     MNResult result = MN_OK;
     if (m_pAcceptor) {
-        result = InLibrary([&] { return m_pAcceptor->StopListen(0); });
+        result = InLibraryTwice([&] { return m_pAcceptor->StopListen(0); });
         InLibrary([&] {
             m_pAcceptor = nullptr;
             return MN_OK;

@@ -20,4 +20,12 @@ uxport::MNResult InLibrary(Operation operation)
     return uxport::MN_ERROR_UNEXPECTED;
 }
 
+// What may fail for want of memory having changed nothing is done again.
+template <class Operation>
+uxport::MNResult InLibraryTwice(Operation operation)
+{
+    const uxport::MNResult result = InLibrary(operation);
+    return result == uxport::MN_ERROR_UNEXPECTED ? InLibrary(operation) : result;
+}
+
 #endif

@@ -1,18 +1,20 @@
 // Fails one allocation after the other while servers serve and clients fetch: the process goes on, nothing is left over,
 // and every attempt has one outcome. Each run is a process of its own.
 //
-// Arguments: none, for the first allocation of every place; --all, for every allocation, of a place that allocates often
+// Arguments: none, for the first allocation of every place, on the first path that has it; --all, for every allocation, of a place that allocates often
 // the first few; --fail-at=PATH:PLACE.NUMBER, for one, as the list of what went wrong names it; --list, to list them.
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cinttypes>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,10 +25,11 @@
 namespace
 {
 
-constexpr unsigned int LIMIT_SECONDS = 120;     // of one run, real ones
-constexpr unsigned int MOST_OF_A_PLACE = 12;    // with --all
-constexpr double LEAST_REACHED = 0.8;           // of the allocations that were to fail
+constexpr unsigned int LIMIT_SECONDS = 120;   // of one run, real ones
+constexpr unsigned int MOST_OF_A_PLACE = 12;  // with --all
+constexpr double LEAST_REACHED = 0.8;         // of the allocations that were to fail
 constexpr int PLACE_DIGITS = 16;
+constexpr unsigned int RUNS_PER_CORE = 4;  // they wait most of their time
 
 struct CChoice
 {
@@ -131,8 +134,10 @@ private:
             m_Wrong.push_back(NameOf(child.m_Choice));
             const bool late = WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM;
             std::printf("%s: %s, status 0x%x; the allocation that failed%s:\n", NameOf(child.m_Choice).c_str(),
-                        late ? "hangs" : WIFSIGNALED(status) ? strsignal(WTERMSIG(status)) : "goes wrong", status,
-                        reached ? "" : " was not reached");
+                        late                  ? "hangs"
+                        : WIFSIGNALED(status) ? strsignal(WTERMSIG(status))
+                                              : "goes wrong",
+                        status, reached ? "" : " was not reached");
             CAllocationFault::Print(child.m_pRecord->m_Failed);
             PrintOutput(child.m_pOutput);
         }
@@ -198,7 +203,7 @@ int main(int argc, char** argv)
     bool all = false;
     bool list = false;
     const std::string failAt = "--fail-at=";
-    CSweep sweep(std::thread::hardware_concurrency());
+    CSweep sweep(RUNS_PER_CORE * std::max(1u, std::thread::hardware_concurrency()));
     bool one = false;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
@@ -217,14 +222,17 @@ int main(int argc, char** argv)
         }
     }
     if (!one) {
+        std::set<std::uint64_t> done;
         for (int path = 0; path < CRun::PATHS; ++path) {
             const std::vector<CChoice> choices = FindChoices(path, all ? MOST_OF_A_PLACE : 1, list);
             if (choices.empty())
                 return 1;
             if (list)
                 continue;
-            for (const CChoice& choice : choices)
-                sweep.Add(choice);
+            for (const CChoice& choice : choices) {
+                if (all || done.insert(choice.m_qwHash).second)
+                    sweep.Add(choice);
+            }
         }
     }
     return list || sweep.Finish() ? 0 : 1;
