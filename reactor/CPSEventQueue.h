@@ -26,7 +26,7 @@ public:
     // Returns: 0; 10008 for null; 10002 when stopped, after the event's OnDestorySelf.
     // 10006 when there is no memory, likewise.
     MNResult PostEvent(IMNEvent* event, EPriority priority) override;
-    MNResult PostPrepared(CPlace& place) override;
+    MNResult PostPrepared(CPlace& place);
 
     // Runs the event in place on the owner thread; from any other thread posts it through the most derived
     // PostEvent and waits for it. Returns: what OnEventFire returned; 10008 for null; 10002 when stopped;
@@ -76,7 +76,7 @@ class CPSEventQueueUsingMutex : public CPSEventQueueBase
 {
 public:
     MNResult PostEvent(IMNEvent* event, EPriority priority) override;
-    MNResult PostPrepared(CPlace& place) override;
+    MNResult PostPrepared(CPlace& place);
     MNResult PostPreparedWithOldSize(CPlace& place, unsigned long* oldSize);
 
     // As PostEvent; `oldSize` (may be null) receives the count before this post.

@@ -22,7 +22,7 @@ MNResult CPSReactorBase::PostEvent(IMNEvent* event, IMNEventQueue::EPriority pri
     return result;
 }
 
-MNResult CPSReactorBase::PostPrepared(CPlace& place)
+MNResult CPSReactorBase::PostPrepared(mantle::CMNEventPlace& place)
 {
     unsigned long oldSize = 0;
     const MNResult result = PostPreparedWithOldSize(place, &oldSize);

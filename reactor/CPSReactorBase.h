@@ -16,14 +16,17 @@ namespace uxport
 
 // The handle table with its dispatch, the timer queue and the event queue. The wait and the wake-up pipe are
 // the deriving classes'.
-class CPSReactorBase : public IPSReactor, public mantle::CMNStopFlag, public CPSEventQueueUsingMutex
+class CPSReactorBase : public IPSReactor,
+                       public mantle::CMNStopFlag,
+                       public CPSEventQueueUsingMutex,
+                       public mantle::IMNPreparedQueue
 {
 public:
     // Events that one wake-up runs at most.
     static constexpr unsigned long s_dwMaxEvents = 100000;
 
     MNResult PostEvent(IMNEvent* event, IMNEventQueue::EPriority priority = IMNEventQueue::EPRIORITY_NORMAL) override;
-    MNResult PostPrepared(CPlace& place) override;
+    MNResult PostPrepared(mantle::CMNEventPlace& place) override;
     MNResult SendEvent(IMNEvent* event) override { return CPSEventQueueUsingMutex::SendEvent(event); }
     unsigned long GetPendingEventsCount() override { return CPSEventQueueUsingMutex::GetPendingEventsCount(); }
 
@@ -79,7 +82,7 @@ protected:
     // One place for the loop and the close behind it, so that a thread that is not the reactor's is reported once.
     static constexpr const char* s_szLoopPlace = "CPSReactorBase: loop";
 
-    CPSReactorBase() = default;
+    CPSReactorBase() { IPSReactor::SetPreparedQueue(this); }
 
     // The check at the head of every operation of the reactor's thread.
     bool EnsureReactorThread(const char* place) const { return m_EstReactor.EnsureSingleThread(place); }

@@ -13,10 +13,10 @@ namespace mantle
 class CMNThread;
 class CMNWaiter;
 
-class CMNEventQueueUser : public IMNEventQueue
+class CMNEventQueueUser : public IMNEventQueue, public IMNPreparedQueue
 {
 public:
-    explicit CMNEventQueueUser(CMNThread& thread) : m_Thread(thread) {}
+    explicit CMNEventQueueUser(CMNThread& thread) : m_Thread(thread) { SetPreparedQueue(this); }
     ~CMNEventQueueUser() override;
 
     MNResult PostEvent(IMNEvent* event, EPriority priority) override;

@@ -25,6 +25,20 @@ public:
 constexpr unsigned int s_nMNNestedRefusals = 64;
 MANTLE_API MNResult MNRefuseEvent(IMNEvent* event);
 
+// The place of one event in a queue, made beforehand with the event in it.
+using CMNEventPlace = std::list<IMNEvent*>;
+
+// What a queue may offer besides: it takes an event that has its place already, and asks for no memory.
+class IMNPreparedQueue
+{
+public:
+    // As IMNEventQueue::PostEvent. `place` holds one event, and nothing afterwards. Thread: any.
+    virtual MNResult PostPrepared(CMNEventPlace& place) = 0;
+
+protected:
+    ~IMNPreparedQueue() = default;
+};
+
 class MANTLE_API IMNEventQueue
 {
 public:
@@ -48,19 +62,27 @@ public:
     // A momentary value. Thread: any.
     virtual unsigned long GetPendingEventsCount() = 0;
 
-    // The place of one event in a queue, made beforehand with the event in it.
-    using CPlace = std::list<IMNEvent*>;
+    virtual ~IMNEventQueue() = default;
 
-    // As PostEvent, for an event that must not be lost: the queues of the framework ask for no memory. `place` holds
-    // the one event, and nothing afterwards. Thread: any. Returns: as PostEvent.
-    virtual MNResult PostPrepared(CPlace& place)
+    using CPlace = CMNEventPlace;
+
+    // As PostEvent, for an event that must not be lost: where the queue is an IMNPreparedQueue, as those of the framework
+    // are, it asks for no memory. `place` holds the one event, and nothing afterwards. Thread: any. Returns: as PostEvent.
+    MNResult PostPrepared(CPlace& place)
     {
+        if (m_pPrepared)
+            return m_pPrepared->PostPrepared(place);
         IMNEvent* const event = place.front();
         place.clear();
         return PostEvent(event);
     }
 
-    virtual ~IMNEventQueue() = default;
+protected:
+    // For the constructor of a queue that is one.
+    void SetPreparedQueue(IMNPreparedQueue* queue) { m_pPrepared = queue; }
+
+private:
+    IMNPreparedQueue* m_pPrepared = nullptr;
 };
 
 // Deletes an object when it runs, or when it is destroyed without having run.
