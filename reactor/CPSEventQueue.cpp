@@ -27,8 +27,7 @@ MNResult CPSEventQueueBase::PostEvent(IMNEvent* event, EPriority)
         return MN_ERROR_INVALID_ARG;
     if (m_dwStopped.load() != 0)
         return mantle::MNRefuseEvent(event);
-    CPlace place;
-    return Prepare(event, place) ? CPSEventQueueBase::PostPrepared(place) : MN_ERROR_UNEXPECTED;
+    return Append(event) ? MN_OK : Lose(event);
 }
 
 MNResult CPSEventQueueBase::PostPrepared(CPlace& place)
@@ -40,15 +39,21 @@ MNResult CPSEventQueueBase::PostPrepared(CPlace& place)
     return MN_OK;
 }
 
-bool CPSEventQueueBase::Prepare(IMNEvent* event, CPlace& place)
+bool CPSEventQueueBase::Append(IMNEvent* event) noexcept
 {
     try {
-        place.push_back(event);
-        return true;
+        m_Pending.push_back(event);
     } catch (const std::bad_alloc&) {
-        event->OnDestorySelf();
         return false;
     }
+    m_dwPendingCount.fetch_add(1, std::memory_order_relaxed);
+    return true;
+}
+
+MNResult CPSEventQueueBase::Lose(IMNEvent* event)
+{
+    event->OnDestorySelf();
+    return MN_ERROR_UNEXPECTED;
 }
 
 MNResult CPSEventQueueBase::Refuse(CPlace& place)
@@ -70,10 +75,8 @@ MNResult CPSEventQueueBase::SendEvent(IMNEvent* event)
         return result;
     }
     auto* synchronous = new (std::nothrow) CPSEventSynchronous(event, this);
-    if (!synchronous) {
-        event->OnDestorySelf();
-        return MN_ERROR_UNEXPECTED;
-    }
+    if (!synchronous)
+        return Lose(event);
     if (const MNResult result = PostEvent(synchronous, EPRIORITY_NORMAL); result != MN_OK) {
         // The refusal was the wrapper's first destruction; this is the second, which frees it.
         synchronous->OnDestorySelf();
@@ -149,13 +152,19 @@ MNResult CPSEventQueueUsingMutex::PostEvent(IMNEvent* event, EPriority priority)
 
 MNResult CPSEventQueueUsingMutex::PostEventWithOldSize(IMNEvent* event, EPriority, unsigned long* oldSize)
 {
-    if (!event) {
+    bool stopped;
+    {
+        CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
         if (oldSize)
             *oldSize = GetPendingEventsCount();
-        return MN_ERROR_INVALID_ARG;
+        if (!event)
+            return MN_ERROR_INVALID_ARG;
+        stopped = m_dwStopped.load() != 0;
+        if (!stopped && Append(event))
+            return MN_OK;
     }
-    CPlace place;
-    return Prepare(event, place) ? PostPreparedWithOldSize(place, oldSize) : MN_ERROR_UNEXPECTED;
+    // Destroys outside the mutex.
+    return stopped ? mantle::MNRefuseEvent(event) : Lose(event);
 }
 
 MNResult CPSEventQueueUsingMutex::PostPrepared(CPlace& place)

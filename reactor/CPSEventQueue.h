@@ -53,8 +53,11 @@ public:
     void DestoryPendingEvents();
 
 protected:
-    // Puts the event into a place. Returns: false when there is no memory; the event has destroyed itself then.
-    static bool Prepare(IMNEvent* event, CPlace& place);
+    // Returns: false when there is no memory.
+    bool Append(IMNEvent* event) noexcept;
+
+    // What a post without memory does: destroys the event. Returns: 10006.
+    static MNResult Lose(IMNEvent* event);
 
     // A refusal of what is prepared: destroys it. Returns: 10002.
     static MNResult Refuse(CPlace& place);

@@ -179,7 +179,7 @@ std::uint32_t CMNInetAddr::hash() const noexcept
     } else {
         last |= Load<std::uint32_t>(bytes + s_nAtIpv4);
     }
-    return static_cast<std::uint32_t>(CMNSipHash::Hash(s_Key, address, words, last));
+    return static_cast<std::uint32_t>(CMNSipHash::HashForTable(s_Key, address, words, last));
 }
 
 bool operator==(const CMNInetAddr& a, const CMNInetAddr& b) noexcept

@@ -19,7 +19,8 @@ std::uint64_t LoadWord(const std::uint8_t* bytes, std::size_t count) noexcept
     return word;
 }
 
-// The internal state v0 to v3.
+// The internal state v0 to v3. Rounds for each word, and at the end.
+template <int COMPRESSION, int FINALIZATION>
 struct CState
 {
     std::uint64_t m_V0;
@@ -52,8 +53,8 @@ struct CState
     void Compress(std::uint64_t word) noexcept
     {
         m_V3 ^= word;
-        Round();
-        Round();
+        for (int i = 0; i < COMPRESSION; ++i)
+            Round();
         m_V0 ^= word;
     }
 
@@ -61,7 +62,7 @@ struct CState
     {
         Compress(last);
         m_V2 ^= 0xFF;
-        for (int i = 0; i < 4; ++i)
+        for (int i = 0; i < FINALIZATION; ++i)
             Round();
         return m_V0 ^ m_V1 ^ m_V2 ^ m_V3;
     }
@@ -72,17 +73,17 @@ struct CState
 std::uint64_t CMNSipHash::Hash(const std::uint8_t (&key)[KeyLength], const std::uint8_t* message,
                                std::size_t length) noexcept
 {
-    CState state(CKey{LoadWord(key, 8), LoadWord(key + 8, 8)});
+    CState<2, 4> state(CKey{LoadWord(key, 8), LoadWord(key + 8, 8)});
     std::size_t at = 0;
     for (; at + 8 <= length; at += 8)
         state.Compress(LoadWord(message + at, 8));
     return state.End(LoadWord(message + at, length - at) | static_cast<std::uint64_t>(length & 0xFF) << 56);
 }
 
-std::uint64_t CMNSipHash::Hash(const CKey& key, const std::uint64_t* words, std::size_t count,
-                               std::uint64_t last) noexcept
+std::uint64_t CMNSipHash::HashForTable(const CKey& key, const std::uint64_t* words, std::size_t count,
+                                       std::uint64_t last) noexcept
 {
-    CState state(key);
+    CState<1, 3> state(key);
     for (std::size_t i = 0; i < count; ++i)
         state.Compress(words[i]);
     return state.End(last | static_cast<std::uint64_t>((8 * count + LastLength) & 0xFF) << 56);

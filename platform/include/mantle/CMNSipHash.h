@@ -10,13 +10,13 @@
 namespace mantle
 {
 
-// SipHash-2-4 as in Aumasson and Bernstein, "SipHash: a fast short-input PRF", INDOCRYPT 2012.
+// SipHash as in Aumasson and Bernstein, "SipHash: a fast short-input PRF", INDOCRYPT 2012.
 class MANTLE_API CMNSipHash
 {
 public:
     static constexpr std::size_t KeyLength = 16;
 
-    // Units: `key` and the message are byte strings; words are read little-endian, as the paper has it.
+    // SipHash-2-4. Units: `key` and the message are byte strings; words are read little-endian, as the paper has it.
     static std::uint64_t Hash(const std::uint8_t (&key)[KeyLength], const std::uint8_t* message,
                               std::size_t length) noexcept;
 
@@ -27,10 +27,11 @@ public:
         std::uint64_t m_K1;
     };
 
-    // The same for a message of `count` words and LastLength bytes behind them, which are the lower ones of `last`.
+    // SipHash-1-3, for tables, whose hashes nobody gets to see, of a message of `count` words and LastLength bytes behind
+    // them, which are the lower ones of `last`.
     static constexpr std::size_t LastLength = 7;
-    static std::uint64_t Hash(const CKey& key, const std::uint64_t* words, std::size_t count,
-                              std::uint64_t last) noexcept;
+    static std::uint64_t HashForTable(const CKey& key, const std::uint64_t* words, std::size_t count,
+                                      std::uint64_t last) noexcept;
 };
 
 }  // namespace mantle
