@@ -23,9 +23,9 @@ class CPSAcceptorDatagramT : public CPSAcceptorBase, public IPSEventHandler, pub
 public:
     unsigned long ReleaseReference() override;
 
-    // Returns: 0; 10003 while the socket is open; 10008 for a null sink; 10001 when the socket can't be opened, bound or
-    // registered, nothing stays open then, or can't be made non-blocking: it then stays open, together with the sink,
-    // until the acceptor is deleted.
+    // Returns: 0; MN_ERROR_ALREADY_INITIALIZED while the socket is open; MN_ERROR_INVALID_ARG for a null sink;
+    // MN_ERROR_FAILURE when the socket can't be opened, bound or registered, nothing stays open then, or can't be made
+    // non-blocking: it then stays open, together with the sink, until the acceptor is deleted.
     MNResult StartListen(IPSAcceptorConnectorSink* sink, const CMNInetAddr& localAddr, unsigned short number1,
                          unsigned short number2) override;
     MNResult StopListen(long reason) override;

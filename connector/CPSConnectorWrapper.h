@@ -32,8 +32,8 @@ public:
                          CMNInetAddr* localAddr, unsigned short number1, unsigned short number2) override;
     MNResult CancelConnect() override;
 
-    // Makes the protocol connector. Returns: 0; 10003 when there is one; 10002 without a reactor; 10008 for a type that
-    // is none.
+    // Makes the protocol connector. Returns: 0; MN_ERROR_ALREADY_INITIALIZED when there is one;
+    // MN_ERROR_NOT_INITIALIZED without a reactor; MN_ERROR_INVALID_ARG for a type that is none.
     virtual MNResult Init(unsigned long type);
 
     // The outcome, from the protocol connector. `transport` may be null. Returns: 0.

@@ -35,8 +35,8 @@ public:
         return this->SetOwner(owner);
     }
 
-    // Returns: 0 delivered, or stopped meanwhile (the transport is then disconnected with 10002); 10005 without
-    // a sink.
+    // Returns: 0 delivered, or stopped meanwhile (the transport is then disconnected with MN_ERROR_NOT_INITIALIZED);
+    // MN_ERROR_NULL_POINTER without a sink.
     MNResult OnEventFire() override
     {
         Proxy* owner = this->m_pOwner;
@@ -66,8 +66,9 @@ template <class Proxy>
 class CPSAcceptorConnectorSinkThreadProxyT : public IPSAcceptorConnectorSink
 {
 public:
-    // Thread: the network thread. Returns: the post's result; 10002 when the proxy is dying, 10006 when there is no
-    // memory for it (the transport is disconnected); what OpenWithSink returned where that failed for an acceptor.
+    // Thread: the network thread. Returns: the post's result; MN_ERROR_NOT_INITIALIZED when the proxy is dying,
+    // MN_ERROR_UNEXPECTED when there is no memory for it (the transport is disconnected); what OpenWithSink returned
+    // where that failed for an acceptor.
     MNResult OnConnectIndication(long result, IPSTransport* transport, IPSAcceptorConnectorId*) override
     {
         mantle::CMNAutoPtr<IPSTransport> proxy;
@@ -100,7 +101,7 @@ protected:
     CPSPreparedEvent m_Outcome;     // a connector's, of that attempt; network thread only
 
 private:
-    // Gives the transport a proxy as its sink. Returns: 0; 10006; what OpenWithSink returned.
+    // Gives the transport a proxy as its sink. Returns: 0; MN_ERROR_UNEXPECTED; what OpenWithSink returned.
     MNResult Wrap_i(IPSTransport& transport, mantle::CMNAutoPtr<IPSTransport>& proxy)
     {
         std::unique_ptr<CPSTransportThreadProxy> wrapped;
@@ -118,7 +119,8 @@ private:
         return opened;
     }
 
-    // The indication's event. Returns: 0; 10002 when the proxy is dying; 10006 when there is no memory.
+    // The indication's event. Returns: 0; MN_ERROR_NOT_INITIALIZED when the proxy is dying; MN_ERROR_UNEXPECTED when
+    // there is no memory.
     MNResult MakeEvent_i(IMNEventQueue::CPlace& place, long result, IPSTransport* proxy)
     {
         using CEvent = CPSEventOnConnectIndication<Proxy>;

@@ -26,13 +26,14 @@ public:
     bool TryAddReference() { return TryAddReference_i(); }
     bool IsConnector() override { return false; }
 
-    // Posts the start. A failure of the start itself (an address in use) is not reported. Returns: 0; 10003 while
-    // started; 10008 for a null sink; 10006 when there is no memory; the post's result.
+    // Posts the start. A failure of the start itself (an address in use) is not reported. Returns: 0;
+    // MN_ERROR_ALREADY_INITIALIZED while started; MN_ERROR_INVALID_ARG for a null sink; MN_ERROR_UNEXPECTED when there
+    // is no memory; the post's result.
     MNResult StartListen(IPSAcceptorConnectorSink* sink, const CMNInetAddr& localAddr, unsigned short number1,
                          unsigned short number2) override;
 
-    // No indication follows; a connection on its way is disconnected with 10002. Returns: 0, also when stopped
-    // already; 10006 when there is no memory, and nothing has changed; the post's result.
+    // No indication follows; a connection on its way is disconnected with MN_ERROR_NOT_INITIALIZED. Returns: 0, also
+    // when stopped already; MN_ERROR_UNEXPECTED when there is no memory, and nothing has changed; the post's result.
     MNResult StopListen(long reason) override;
 
     void OnReferenceDestory() override;

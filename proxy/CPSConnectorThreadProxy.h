@@ -28,12 +28,13 @@ public:
     bool TryAddReference() { return TryAddReference_i(); }
     bool IsConnector() override { return true; }
 
-    // Posts the attempt, which replaces one under way and its sink. Returns: 0; 10006 when there is no memory, and nothing
-    // has changed; the post's result.
+    // Posts the attempt, which replaces one under way and its sink. Returns: 0; MN_ERROR_UNEXPECTED when there is no
+    // memory, and nothing has changed; the post's result.
     MNResult AsycConnect(IPSAcceptorConnectorSink* sink, const CMNInetAddr& peerAddr, CMNTimeValue* timeout,
                          CMNInetAddr* localAddr, unsigned short number1, unsigned short number2) override;
 
-    // Returns: the post's result; 1 when nothing is under way; 10006 when there is no memory, and nothing has changed.
+    // Returns: the post's result; 1 when nothing is under way; MN_ERROR_UNEXPECTED when there is no memory, and nothing
+    // has changed.
     MNResult CancelConnect() override;
 
     // Ends the attempt on this side: forgets the sink, too. Returns: 0.

@@ -15,7 +15,7 @@ namespace uxport
 {
 
 // Post to a queue of either side the event that `place` holds, which asks for no memory. Own: the event, also when they
-// refuse. Return: the post's result; 10002 when there is no queue, or it takes no more events.
+// refuse. Return: the post's result; MN_ERROR_NOT_INITIALIZED when there is no queue, or it takes no more events.
 inline MNResult PSPostToQueue(IMNEventQueue* queue, IMNEventQueue::CPlace& place)
 {
     if (queue)
@@ -64,8 +64,8 @@ protected:
     Proxy* m_pOwner;
 };
 
-// Makes an event for a proxy that may be dying, and its place in a queue. Returns: 0; 10002 when it is, which nothing
-// revives; 10006 when there is no memory.
+// Makes an event for a proxy that may be dying, and its place in a queue. Returns: 0; MN_ERROR_NOT_INITIALIZED when it
+// is, which nothing revives; MN_ERROR_UNEXPECTED when there is no memory.
 template <class Event, class Proxy, class... Args>
 MNResult PSMakeEvent(IMNEventQueue::CPlace& place, Proxy* owner, Args&&... args)
 {

@@ -46,22 +46,23 @@ public:
     unsigned long ReleaseReference() override { return ReleaseReference_i(); }
     bool TryAddReference() { return TryAddReference_i(); }
 
-    // Stores the sink and posts nothing. Returns: 0; 10008 for null.
+    // Stores the sink and posts nothing. Returns: 0; MN_ERROR_INVALID_ARG for null.
     MNResult OpenWithSink(IPSTransportSink* sink) override;
     IPSTransportSink* GetSink() override { return m_pSink; }
 
     // Takes all of `data`, whatever becomes of it on the network side; `param` then reads the whole length.
-    // On a network thread sends in place. Returns: 0; 10002 when the network thread takes no more events, 10006 when there
-    // is no memory (`data` is untouched); in place 10006 with the rest in `data`, 10005 without a transport, and the refusal of a datagram.
+    // On a network thread sends in place. Returns: 0; MN_ERROR_NOT_INITIALIZED when the network thread takes no more
+    // events, MN_ERROR_UNEXPECTED when there is no memory (`data` is untouched); in place MN_ERROR_UNEXPECTED with the
+    // rest in `data`, MN_ERROR_NULL_POINTER without a transport, and the refusal of a datagram.
     MNResult SendData(CMNMessageBlock& data, CPSTransportParameter* param) override;
 
-    // Returns: what the network-side transport returns; 10005 without one; 10008 for a null place of
-    // OPT_TYPE and OPT_NETWORK_TRANSPORT.
+    // Returns: what the network-side transport returns; MN_ERROR_NULL_POINTER without one; MN_ERROR_INVALID_ARG for a
+    // null place of OPT_TYPE and OPT_NETWORK_TRANSPORT.
     MNResult SetOption(unsigned long optionId, void* arg) override;
     MNResult GetOption(unsigned long optionId, void* arg) override;
 
-    // Nothing is delivered from here on. Returns: 0, also when stopped already; 10006 when there is no memory, and nothing
-    // has changed (letting go of the object closes, too); the post's result.
+    // Nothing is delivered from here on. Returns: 0, also when stopped already; MN_ERROR_UNEXPECTED when there is no
+    // memory, and nothing has changed (letting go of the object closes, too); the post's result.
     MNResult Disconnect(long reason) override;
     MNResult GetPeerAddr(CMNInetAddr& addr) override;
     MNResult GetLocalAddr(CMNInetAddr& addr) override;
@@ -69,8 +70,8 @@ public:
     // The last reference has gone: starts the deletion.
     void OnReferenceDestory() override;
 
-    // From the network-side transport. Return: the post's result; 10002 when this object is dying or the user
-    // thread takes no more events, the network-side transport is then disconnected.
+    // From the network-side transport. Return: the post's result; MN_ERROR_NOT_INITIALIZED when this object is dying or
+    // the user thread takes no more events, the network-side transport is then disconnected.
     MNResult OnReceive(CMNMessageBlock& data, IPSTransport* transport, CPSTransportParameter* param) override;
     MNResult OnSend(IPSTransport* transport, CPSTransportParameter* param) override;
     MNResult OnDisconnect(long reason, IPSTransport* transport) override;
@@ -82,8 +83,8 @@ public:
     IPSTransport* GetTransport() const { return m_pTransport.Get(); }
 
     // Sends on the network thread; null `data` drains the queue only. `owned`: `data` is this object's to keep or
-    // destroy. Returns: 0, also when the data was refused and queued; 10005 without a transport; for UDP what
-    // the transport returned.
+    // destroy. Returns: 0, also when the data was refused and queued; MN_ERROR_NULL_POINTER without a transport; for
+    // UDP what the transport returned.
     MNResult Send_i(CMNMessageBlock* data, CPSTransportParameter* param, bool owned);
 
 private:
@@ -126,7 +127,7 @@ private:
     bool m_bSendBlocked = false;  // the queue holds data that was refused
     bool m_bNotifyOnSend = true;  // the application is owed an OnSend
     std::list<CItem> m_SendQueue;
-    mantle::CMNAtomic32 m_LastRefusalWouldBlock{0};  // 1: the last refusal was 10013
+    mantle::CMNAtomic32 m_LastRefusalWouldBlock{0};  // 1: the last refusal was MN_ERROR_PARTIAL_DATA
 };
 
 }  // namespace uxport

@@ -33,11 +33,11 @@ public:
     // Forgets every element without calling any handler. Returns: 0.
     MNResult Close();
 
-    // Stores `element` under `handle`. Returns: 0; 10012 when one was stored there, which is replaced;
-    // 10008 for handle -1 or a null handler; 10006 when there is no memory.
+    // Stores `element` under `handle`. Returns: 0; MN_ERROR_FOUND when one was stored there, which is replaced;
+    // MN_ERROR_INVALID_ARG for handle -1 or a null handler; MN_ERROR_UNEXPECTED when there is no memory.
     MNResult Bind(int handle, const CElement& element);
 
-    // Returns: 0, also when nothing was stored; 10008 for handle -1.
+    // Returns: 0, also when nothing was stored; MN_ERROR_INVALID_ARG for handle -1.
     MNResult UnBind(int handle);
 
     // Copies the element out. Returns: whether there is one.

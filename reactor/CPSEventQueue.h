@@ -23,14 +23,15 @@ public:
     CPSEventQueueBase(const CPSEventQueueBase&) = delete;
     CPSEventQueueBase& operator=(const CPSEventQueueBase&) = delete;
 
-    // Returns: 0; 10008 for null; 10002 when stopped, after the event's OnDestorySelf.
-    // 10006 when there is no memory, likewise.
+    // Returns: 0; MN_ERROR_INVALID_ARG for null; MN_ERROR_NOT_INITIALIZED when stopped, after the event's
+    // OnDestorySelf. MN_ERROR_UNEXPECTED when there is no memory, likewise.
     MNResult PostEvent(IMNEvent* event, EPriority priority) override;
     MNResult PostPrepared(CPlace& place);
 
     // Runs the event in place on the owner thread; from any other thread posts it through the most derived
-    // PostEvent and waits for it. Returns: what OnEventFire returned; 10008 for null; 10002 when stopped;
-    // 10009 when the queue destroyed the event without running it; 10006 when there is no memory.
+    // PostEvent and waits for it. Returns: what OnEventFire returned; MN_ERROR_INVALID_ARG for null;
+    // MN_ERROR_NOT_INITIALIZED when stopped; MN_ERROR_NOT_AVAILABLE when the queue destroyed the event without running
+    // it; MN_ERROR_UNEXPECTED when there is no memory.
     MNResult SendEvent(IMNEvent* event) override;
 
     unsigned long GetPendingEventsCount() override { return m_dwPendingCount.load(std::memory_order_relaxed); }
@@ -39,13 +40,14 @@ public:
 
     // Takes up to `maximum` of the oldest events into `events`; all of them by one exchange when they are no
     // more, in which case what `events` held becomes pending. `left` receives the count that stays.
-    // Returns: 0; 10011 when the count is 0 (`events` and `left` untouched).
+    // Returns: 0; MN_ERROR_NOT_FOUND when the count is 0 (`events` and `left` untouched).
     MNResult PopPendingEvents(std::list<IMNEvent*>& events, unsigned long maximum, unsigned long* left);
 
-    // Takes the oldest event. Returns: 0; 10011 when there is none (`left`, which may be null, untouched).
+    // Takes the oldest event. Returns: 0; MN_ERROR_NOT_FOUND when there is none (`left`, which may be null, untouched).
     MNResult PopOnePendingEvent(IMNEvent*& event, unsigned long* left);
 
-    // Runs an event, then lets it destroy itself. Returns: 0 whatever the event returned; 10008 for null.
+    // Runs an event, then lets it destroy itself. Returns: 0 whatever the event returned; MN_ERROR_INVALID_ARG for
+    // null.
     static MNResult ProcessOneEvent(IMNEvent* event);
     static MNResult ProcessEvents(const std::list<IMNEvent*>& events);
 
@@ -56,10 +58,10 @@ protected:
     // Returns: false when there is no memory.
     bool Append(IMNEvent* event) noexcept;
 
-    // What a post without memory does: destroys the event. Returns: 10006.
+    // What a post without memory does: destroys the event. Returns: MN_ERROR_UNEXPECTED.
     static MNResult Lose(IMNEvent* event);
 
-    // A refusal of what is prepared: destroys it. Returns: 10002.
+    // A refusal of what is prepared: destroys it. Returns: MN_ERROR_NOT_INITIALIZED.
     static MNResult Refuse(CPlace& place);
 
     // Makes the count what the list holds, after DestoryPendingEvents left it behind.

@@ -25,12 +25,12 @@ public:
     CPSEventSynchronous(const CPSEventSynchronous&) = delete;
     CPSEventSynchronous& operator=(const CPSEventSynchronous&) = delete;
 
-    // Runs the carried event, keeps its result and wakes the sender. Returns: that result; 10005 without an
-    // event; 0 on the second run, which does nothing.
+    // Runs the carried event, keeps its result and wakes the sender. Returns: that result; MN_ERROR_NULL_POINTER
+    // without an event; 0 on the second run, which does nothing.
     MNResult OnEventFire() override;
 
     // May be called by the two threads at once, once each. A wrapper destroyed without having run wakes its
-    // sender, whose result is then 10009.
+    // sender, whose result is then MN_ERROR_NOT_AVAILABLE.
     void OnDestorySelf() override;
 
     // Waits without limit, hands the wrapper back to the queue and touches it no more. Thread: the sender.

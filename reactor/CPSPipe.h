@@ -21,11 +21,11 @@ public:
     ~CPSPipe() { Close(); }
 
     // Connects the two ends through a listener on 127.0.0.1:5555, which stays open for the life of the process.
-    // Thread: any; one pipe at a time is opened in the process. Returns: 0; 10001 when a step failed, nothing
-    // of the pipe is then open.
+    // Thread: any; one pipe at a time is opened in the process. Returns: 0; MN_ERROR_FAILURE when a step failed,
+    // nothing of the pipe is then open.
     MNResult Open();
 
-    // Returns: 0, also when it is closed; 10001 when a close failed; both ends are then -1 all the same.
+    // Returns: 0, also when it is closed; MN_ERROR_FAILURE when a close failed; both ends are then -1 all the same.
     MNResult Close();
 
     // -1 when closed. Thread: any.

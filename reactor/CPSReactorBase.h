@@ -38,7 +38,7 @@ public:
     MNResult RemoveHandler(IPSEventHandler* handler, long mask) override;
     MNResult Close() override;
 
-    // Thread: the reactor's. Returns: the timer queue's result; 10002 before Open and after Close.
+    // Thread: the reactor's. Returns: the timer queue's result; MN_ERROR_NOT_INITIALIZED before Open and after Close.
     MNResult ScheduleTimer(IMNTimerHandler* handler, void* arg, const CMNTimeValue& interval,
                            unsigned long count) override;
     MNResult CancelTimer(IMNTimerHandler* handler) override;
@@ -53,11 +53,11 @@ public:
 
     // Turns a readiness report into calls of the handler; handle -1 runs up to s_dwMaxEvents events.
     // `fromNotification` and `dropConnect` are flags; the third value is not used. Thread: the reactor's.
-    // Returns: 0; 10011 when the handle is not registered, when its handler removed itself and failed, or when
-    // no event is pending; 10006 when the handle went to another handler during the call.
+    // Returns: 0; MN_ERROR_NOT_FOUND when the handle is not registered, when its handler removed itself and failed, or
+    // when no event is pending; MN_ERROR_UNEXPECTED when the handle went to another handler during the call.
     MNResult ProcessHandleEvent(int handle, long mask, long ignored, int fromNotification, int dropConnect);
 
-    // Fires every expired timer. Thread: the reactor's. Returns: 0; 10002 without a timer queue.
+    // Fires every expired timer. Thread: the reactor's. Returns: 0; MN_ERROR_NOT_INITIALIZED without a timer queue.
     MNResult ProcessTimerTick();
 
     // Whether the calling thread is the one that the reactor is bound to. Thread: any.
@@ -68,7 +68,7 @@ public:
     static bool IsAlive(const IPSReactor* reactor);
 
     // As the operations of these names, for objects that may outlive the reactors: on one that is not alive they do
-    // nothing; the first returns 10002, the others 0.
+    // nothing; the first returns MN_ERROR_NOT_INITIALIZED, the others 0.
     static MNResult RegisterHandlerIfAlive(IPSReactor* reactor, IPSEventHandler* handler, long mask);
     static MNResult RemoveHandlerIfAlive(IPSReactor* reactor, IPSEventHandler* handler, long mask);
     static MNResult CancelTimerIfAlive(IPSReactor* reactor, IMNTimerHandler* handler);

@@ -35,15 +35,15 @@ public:
     CPSReactorNotifyPipe() = default;
     ~CPSReactorNotifyPipe() override { Close(); }
 
-    // Opens the pipe and registers its read end. Thread: the reactor's. Returns: 0; 10008 without a reactor;
-    // 10001 when the pipe can't be opened; what the registration returned.
+    // Opens the pipe and registers its read end. Thread: the reactor's. Returns: 0; MN_ERROR_INVALID_ARG without a
+    // reactor; MN_ERROR_FAILURE when the pipe can't be opened; what the registration returned.
     MNResult Open(CPSReactorBase* reactor);
 
-    // Unregisters and closes. Returns: 0; 10001 when a close of the stack failed.
+    // Unregisters and closes. Returns: 0; MN_ERROR_FAILURE when a close of the stack failed.
     MNResult Close();
 
     // Writes one record. Thread: any; a full pipe makes other threads wait for room, the reactor's own never.
-    // Returns: 0; 10002 closed; 10006 no room or not written whole.
+    // Returns: 0; MN_ERROR_NOT_INITIALIZED closed; MN_ERROR_UNEXPECTED no room or not written whole.
     MNResult Notify(IPSEventHandler* handler, long mask);
 
     int GetHandle() const override { return m_Pipe.GetReadHandle(); }

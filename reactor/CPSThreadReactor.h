@@ -19,14 +19,15 @@ public:
     CPSThreadReactor() = default;
     ~CPSThreadReactor() override;
 
-    // Before Create. Owns: `reactor` from here on. Returns: 0; 10003 when one is set; 10008 for null.
+    // Before Create. Owns: `reactor` from here on. Returns: 0; MN_ERROR_ALREADY_INITIALIZED when one is set;
+    // MN_ERROR_INVALID_ARG for null.
     MNResult Init(IPSReactor* reactor);
 
     // Takes the reactor back, so that the thread object does not delete it. Returns: it, or null.
     IPSReactor* TakeReactor() { return m_pReactor.exchange(nullptr); }
 
-    // Asks the loop to end; Join waits for it. Thread: any. Returns: 0; 10004 for a time-out (there is no timed
-    // stop); 10002 without a reactor.
+    // Asks the loop to end; Join waits for it. Thread: any. Returns: 0; MN_ERROR_NOT_IMPLEMENTED for a time-out (there
+    // is no timed stop); MN_ERROR_NOT_INITIALIZED without a reactor.
     MNResult Stop(mantle::CMNTimeValue* timeout = nullptr) override;
 
     void OnThreadInit() override;

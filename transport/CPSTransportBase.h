@@ -21,7 +21,7 @@ class CPSTransportBase : public IPSEventHandler,
 public:
     int GetHandle() const override = 0;
 
-    // The reactor removed the transport: closes and tells the sink, once, with 10001.
+    // The reactor removed the transport: closes and tells the sink, once, with MN_ERROR_FAILURE.
     int OnClose(int handle, long mask) override;
 
     unsigned long AddReference() override { return AddReference_i(); }

@@ -23,8 +23,8 @@ public:
     // OnSend. The transport itself never asks for room to write.
     int OnOutput(int handle) override;
 
-    // A child: nothing to do. Otherwise tunes the socket and registers it for reading. Returns: 0; 10001 when it can't
-    // be made non-blocking; what the registration returned.
+    // A child: nothing to do. Otherwise tunes the socket and registers it for reading. Returns: 0; MN_ERROR_FAILURE
+    // when it can't be made non-blocking; what the registration returned.
     MNResult Open_t() override;
     MNResult Close_t(long reason) override;
 
@@ -34,7 +34,7 @@ public:
     MNResult SetOption(unsigned long optionId, void* arg) override;
     MNResult GetOption(unsigned long optionId, void* arg) override;
 
-    // Returns: 0, the bytes sent are then read; 10001 when the stack refused the datagram.
+    // Returns: 0, the bytes sent are then read; MN_ERROR_FAILURE when the stack refused the datagram.
     MNResult SendInternal(CMNMessageBlock& data);
 
     // The socket, for the acceptor that lends its handle or the connector that opens it.

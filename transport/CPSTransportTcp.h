@@ -12,7 +12,7 @@ namespace uxport
 {
 
 // Keeps no data of its own: what the stack does not take of a send stays with the caller, who is answered
-// 10013 and told by OnSend when to try again.
+// MN_ERROR_PARTIAL_DATA and told by OnSend when to try again.
 class CPSTransportTcp : public CPSTransportBase, public mantle::CMNTimerWrapperIDSink
 {
 public:
@@ -27,7 +27,7 @@ public:
     // Room to write: OnSend, when it is owed.
     int OnOutput(int handle) override;
 
-    // Tunes the socket and registers it for reading. Returns: 0; 10001 when it can't be made non-blocking;
+    // Tunes the socket and registers it for reading. Returns: 0; MN_ERROR_FAILURE when it can't be made non-blocking;
     // what the registration returned.
     MNResult Open_t() override;
     MNResult Close_t(long reason) override;
@@ -38,7 +38,7 @@ public:
     void OnTimer(mantle::CMNTimerWrapperID* timer) override;
 
     // One gathered write; what was not taken is not announced later. Returns: 0 however little was taken;
-    // 20001 when the socket has failed.
+    // MN_ERROR_NETWORK_SOCKET_ERROR when the socket has failed.
     MNResult SendInternal(CMNMessageBlock& data);
 
     // The socket, for the acceptor or connector that puts the connected handle in.

@@ -30,7 +30,7 @@ inline MNResult PSGetSocketOption(CPSSocketBase& socket, int level, int name, vo
     return PSSocketResult(socket.GetOption(level, name, value, &length));
 }
 
-// What every transport asks its socket in the same way. Returns: also 10008 for any other option.
+// What every transport asks its socket in the same way. Returns: also MN_ERROR_INVALID_ARG for any other option.
 inline MNResult PSGetCommonOption(CPSSocketBase& socket, unsigned long optionId, void* arg)
 {
     switch (optionId) {
@@ -46,7 +46,7 @@ inline MNResult PSGetCommonOption(CPSSocketBase& socket, unsigned long optionId,
     }
 }
 
-// The two options that every transport takes. Returns: also 10008 for null and any other option.
+// The two options that every transport takes. Returns: also MN_ERROR_INVALID_ARG for null and any other option.
 inline MNResult PSSetBufferOption(CPSSocketBase& socket, unsigned long optionId, const void* arg)
 {
     if (!arg || (optionId != OPT_SEND_BUFFER && optionId != OPT_RECEIVE_BUFFER))

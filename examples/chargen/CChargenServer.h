@@ -10,7 +10,7 @@
 #include "CExample.h"
 
 // A stream that goes on for as long as the peer reads. On the network thread the transport says itself what it can't
-// take (10013) and when it can again (OnSend), so that nothing is queued.
+// take (MN_ERROR_PARTIAL_DATA) and when it can again (OnSend), so that nothing is queued.
 class CChargenStream : public CExampleSink
 {
 public:

@@ -7,8 +7,9 @@
 
 #include "CExample.h"
 
-// Sends back what comes. Thread: the network thread, where the transport says itself what it can't take (10013). What
-// waits because the peer does not read is bounded: one that goes on sending all the same is disconnected.
+// Sends back what comes. Thread: the network thread, where the transport says itself what it can't take
+// (MN_ERROR_PARTIAL_DATA). What waits because the peer does not read is bounded: one that goes on sending all the same
+// is disconnected.
 class CEchoSession : public CExampleSink
 {
 public:

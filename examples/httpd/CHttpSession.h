@@ -11,8 +11,8 @@
 #include "CHttpResponse.h"
 
 // Answers one request after the other. Thread: the network thread, where the transport says itself what it can't take
-// (10013) and when it can again (OnSend): a file is read as room appears, and the next request is looked at when the
-// stack has taken the whole answer to the one before. What a client sends meanwhile is bounded.
+// (MN_ERROR_PARTIAL_DATA) and when it can again (OnSend): a file is read as room appears, and the next request is
+// looked at when the stack has taken the whole answer to the one before. What a client sends meanwhile is bounded.
 class CHttpSession : public CExampleSink, public mantle::CMNTimerWrapperIDSink
 {
 public:

@@ -30,10 +30,11 @@ public:
     CPSTimerWrapperID& operator=(const CPSTimerWrapperID&) = delete;
 
     // Calls `sink` after `interval`, `count` times (0: until cancelled); replaces an earlier schedule. A null
-    // sink is never called. Returns: the timer queue's result; 10005 when the thread has no timer queue.
+    // sink is never called. Returns: the timer queue's result; MN_ERROR_NULL_POINTER when the thread has no timer
+    // queue.
     MNResult Schedule(IPSTimerWrapperIDSink* sink, const CMNTimeValue& interval, unsigned int count);
 
-    // Returns: 0 when nothing is scheduled; 10005 without a timer queue; else the timer queue's result.
+    // Returns: 0 when nothing is scheduled; MN_ERROR_NULL_POINTER without a timer queue; else the timer queue's result.
     MNResult Cancel();
 
     void OnTimeout(const CMNTimeValue& now, void* arg) override;

@@ -16,9 +16,9 @@ public:
     // Listens on `localAddr` and offers every peer to `sink`, which must live until StopListen has returned.
     // The two numbers are the protocol's: TCP and UDP ignore them, raw takes address family and IP protocol and binds
     // nothing. UDP takes a fixed port: two acceptors on port 0 of one address would share their peers.
-    // Returns: 0; 10003 while listening; 10008 for a null sink; 10001 when the socket can't be opened, bound,
-    // listened on or registered (nothing stays open). A UDP or raw socket that can't be made non-blocking: 10001, it
-    // stays open until the acceptor is deleted.
+    // Returns: 0; MN_ERROR_ALREADY_INITIALIZED while listening; MN_ERROR_INVALID_ARG for a null sink; MN_ERROR_FAILURE
+    // when the socket can't be opened, bound, listened on or registered (nothing stays open). A UDP or raw socket that
+    // can't be made non-blocking: MN_ERROR_FAILURE, it stays open until the acceptor is deleted.
     [[nodiscard]] virtual MNResult StartListen(IPSAcceptorConnectorSink* sink, const CMNInetAddr& localAddr,
                                                unsigned short number1, unsigned short number2) = 0;
 

@@ -20,10 +20,10 @@ public:
     // DuplicateChained.
     virtual MNResult OnReceive(CMNMessageBlock& data, IPSTransport* transport, CPSTransportParameter* param) = 0;
 
-    // The transport, which had refused data with 10013, takes data again.
+    // The transport, which had refused data with MN_ERROR_PARTIAL_DATA, takes data again.
     virtual MNResult OnSend(IPSTransport* transport, CPSTransportParameter* param) = 0;
 
-    // The connection ended without Disconnect, with `reason` 10001; nothing follows.
+    // The connection ended without Disconnect, with `reason` MN_ERROR_FAILURE; nothing follows.
     virtual MNResult OnDisconnect(long reason, IPSTransport* transport) = 0;
 
     virtual ~IPSTransportSink() = default;

@@ -41,8 +41,9 @@ public:
     // Ends every channel and gives the loop back. State: the background thread has been joined or never started.
     void Destroy();
 
-    // What the loop is to do with a channel; where there is no memory to note which, it looks at every one. Thread: any.
-    // AskStart returns 0; 10002 when the hub has ended; 10006 when there is no memory.
+    // What the loop is to do with a channel; where there is no memory to note which, it looks at every one. Thread:
+    // any. AskStart returns 0; MN_ERROR_NOT_INITIALIZED when the hub has ended; MN_ERROR_UNEXPECTED when there is no
+    // memory.
     mantle::MNResult AskStart(const std::shared_ptr<CMNUDPChannel>& channel);
     void AskFlush(const std::shared_ptr<CMNUDPChannel>& channel) noexcept;
     void AskClose(const std::shared_ptr<CMNUDPChannel>& channel) noexcept;

@@ -82,7 +82,7 @@ public:
     CMNUDPSocket(const CMNUDPSocket&) = delete;
     CMNUDPSocket& operator=(const CMNUDPSocket&) = delete;
 
-    // Returns: 0; 10001 when the system refuses.
+    // Returns: 0; MN_ERROR_FAILURE when the system refuses.
     mantle::MNResult Open(const mantle::CMNInetAddr& local);
     void Close() noexcept;
 

@@ -25,8 +25,8 @@ public:
     explicit CIPLink(IIPStackLowLevel& lowLevel) : m_LowLevel(lowLevel) {}
     ~CIPLink() override;
 
-    // Brings the link up. State: the core lock is held. Returns: 0; 10008 for a setting that is none or an
-    // address that another link has; 10001 when lwIP takes no more links.
+    // Brings the link up. State: the core lock is held. Returns: 0; MN_ERROR_INVALID_ARG for a setting that is none or
+    // an address that another link has; MN_ERROR_FAILURE when lwIP takes no more links.
     unsigned long Open(const CIPStackConfig& config);
 
     // Takes the link down: its TCP connections end, no packet goes in or out from then on. State: the core lock

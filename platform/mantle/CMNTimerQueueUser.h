@@ -12,7 +12,7 @@ namespace mantle
 class CMNThread;
 
 // An ordered list that only its thread may use (before the thread has started: whoever has it) and that can be
-// closed. Use on another thread is reported and answered 10006, and changes nothing.
+// closed. Use on another thread is reported and answered MN_ERROR_UNEXPECTED, and changes nothing.
 class CMNTimerQueueUser : public IMNTimerQueue
 {
 public:

@@ -23,8 +23,9 @@ public:
     static CMNConnectionManager* Instance();
 
     // A new transport that reports to `sink`, which must outlive it; it is not open yet. Thread: any.
-    // Owns: `transport` carries one reference, which the caller gives back. Returns: 0; 10008 for a null sink; 10001
-    // when there is no background thread to be had, as after the clean-up. `transport` is null then.
+    // Owns: `transport` carries one reference, which the caller gives back. Returns: 0; MN_ERROR_INVALID_ARG for a null
+    // sink; MN_ERROR_FAILURE when there is no background thread to be had, as after the clean-up. `transport` is null
+    // then.
     mantle::MNResult CreateUDPTransport(IMNUDPTransportSink* sink, IMNUDPTransport*& transport);
 
     // The clean-up's: ends the thread and closes what is open.

@@ -23,8 +23,8 @@ public:
     CMNIPSessionManagerT(const CMNIPSessionManagerT&) = delete;
     CMNIPSessionManagerT& operator=(const CMNIPSessionManagerT&) = delete;
 
-    // Adds `transport`, unless there is an entry already: that stays. Returns: 0; 10012 when there is one; 10008
-    // for null.
+    // Adds `transport`, unless there is an entry already: that stays. Returns: 0; MN_ERROR_FOUND when there is one;
+    // MN_ERROR_INVALID_ARG for null.
     mantle::MNResult AddTransport(const mantle::CMNInetAddr& source, const mantle::CMNInetAddr& local, T* transport)
     {
         if (!transport)
@@ -43,7 +43,7 @@ public:
         return found == m_Transports.end() ? nullptr : found->second.Get();
     }
 
-    // Whatever transport the entry holds. Returns: 0; 10011 when there was none.
+    // Whatever transport the entry holds. Returns: 0; MN_ERROR_NOT_FOUND when there was none.
     mantle::MNResult RemoveTransport(const mantle::CMNInetAddr& source, const mantle::CMNInetAddr& local)
     {
         CReference reference;

@@ -44,18 +44,20 @@ public:
     static constexpr unsigned long s_dwQueueLimit = 4ul << 20;
 
     // Binds to a local address and starts to receive. Port 0: one that the system chooses. Thread: any.
-    // Returns: 0; 10003 when it is open; 10001 when the system refuses, for instance because the address is in use or
-    // not one of this machine's, 10006 when there is no memory (it may then be tried again); 10002 when connhub has ended.
+    // Returns: 0; MN_ERROR_ALREADY_INITIALIZED when it is open; MN_ERROR_FAILURE when the system refuses, for instance
+    // because the address is in use or not one of this machine's, MN_ERROR_UNEXPECTED when there is no memory (it may
+    // then be tried again); MN_ERROR_NOT_INITIALIZED when connhub has ended.
     virtual mantle::MNResult Open(const mantle::CMNInetAddr& local) = 0;
 
     // Sends one datagram, or queues it; those of a burst (mantle/CMNBurst.h) leave at its end, in few system calls.
     // Never waits. Thread: any; the order of one thread's calls is kept.
-    // Owns: `data` is good during the call only. Returns: 0, which does not say that it will arrive; 10008 for null
-    // data with a length, more than s_dwMaxDatagram bytes, port 0 or the other family; 10002 when it is not open;
-    // 10001 when the queue is full, 10006 when there is no memory for it: dropped and counted.
+    // Owns: `data` is good during the call only. Returns: 0, which does not say that it will arrive;
+    // MN_ERROR_INVALID_ARG for null data with a length, more than s_dwMaxDatagram bytes, port 0 or the other family;
+    // MN_ERROR_NOT_INITIALIZED when it is not open; MN_ERROR_FAILURE when the queue is full, MN_ERROR_UNEXPECTED when
+    // there is no memory for it: dropped and counted.
     virtual mantle::MNResult SendTo(const char* data, unsigned long length, const mantle::CMNInetAddr& to) = 0;
 
-    // The address that it is bound to. Thread: any. Returns: 0; 10002 when it is not open.
+    // The address that it is bound to. Thread: any. Returns: 0; MN_ERROR_NOT_INITIALIZED when it is not open.
     virtual mantle::MNResult GetLocalAddress(mantle::CMNInetAddr& local) = 0;
 
     // Bytes of data that may wait in the queue; a datagram that finds less room is dropped. Thread: any.

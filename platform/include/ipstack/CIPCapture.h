@@ -28,13 +28,13 @@ public:
     CIPCapture(const CIPCapture&) = delete;
     CIPCapture& operator=(const CIPCapture&) = delete;
 
-    // Where the packets from below go. Before that they are answered 10002. Thread: any.
+    // Where the packets from below go. Before that they are answered MN_ERROR_NOT_INITIALIZED. Thread: any.
     void SetStack(IIPStack* stack);
 
     // Writes every packet from now on to a new file, or over an old one. A write that fails, on a full disk say, ends
     // the file: one trace line tells it, GetSystemError tells why, packets pass as before and are counted
-    // (capture.failed) until Stop or Start. Thread: any. Returns: 0; 10003 when it is on; 10001 when the file can't be
-    // made (GetSystemError tells why).
+    // (capture.failed) until Stop or Start. Thread: any. Returns: 0; MN_ERROR_ALREADY_INITIALIZED when it is on;
+    // MN_ERROR_FAILURE when the file can't be made (GetSystemError tells why).
     unsigned long Start(const std::string& path);
 
     // Ends the file; a packet that is being written is whole. Thread: any.

@@ -33,7 +33,7 @@ public:
     CIPStackWire(const CIPStackWire&) = delete;
     CIPStackWire& operator=(const CIPStackWire&) = delete;
 
-    // Makes both links. Returns: 0 or what CreateStack returned; 10003 when it is open.
+    // Makes both links. Returns: 0 or what CreateStack returned; MN_ERROR_ALREADY_INITIALIZED when it is open.
     unsigned long Open(const CIPStackConfig& endA, const CIPStackConfig& endB, const CIPStackWireSettings& settings);
 
     // Changes what happens to packets from now on. Thread: any.

@@ -26,8 +26,9 @@ public:
     CIPTunDevice& operator=(const CIPTunDevice&) = delete;
 
     // Makes the device, or joins one that exists. `name`: at most 15 characters; with "%d" the system numbers it.
-    // Returns: 0; 10003 when it is open; 10008 for a name that is none; 10001 when the system refuses (GetSystemError
-    // tells why); 10004 where there are no such devices.
+    // Returns: 0; MN_ERROR_ALREADY_INITIALIZED when it is open; MN_ERROR_INVALID_ARG for a name that is none;
+    // MN_ERROR_FAILURE when the system refuses (GetSystemError tells why); MN_ERROR_NOT_IMPLEMENTED where there are no
+    // such devices.
     unsigned long Open(const std::string& name);
 
     // The device's name; empty while it is not open.
@@ -41,8 +42,9 @@ public:
     // come up again and is not lost. Thread: any.
     bool IsLost() const;
 
-    // Hands what the device brings to `stack` from now on, on a thread of its own. Returns: 0; 10002 while it is not
-    // open; 10003 when it has been started; 10008 for null; 10001 when there is no thread to be had.
+    // Hands what the device brings to `stack` from now on, on a thread of its own. Returns: 0; MN_ERROR_NOT_INITIALIZED
+    // while it is not open; MN_ERROR_ALREADY_INITIALIZED when it has been started; MN_ERROR_INVALID_ARG for null;
+    // MN_ERROR_FAILURE when there is no thread to be had.
     unsigned long Start(IIPStack* stack);
 
     // Ends that and waits for running input; Start may follow. Not from inside it.

@@ -25,8 +25,8 @@ class IPSTACK_API IIPStack
 {
 public:
     // Hands one received IP packet to the stack. Thread: any. Owns: copied before the call returns.
-    // Returns: 0 when the packet was taken in, otherwise a result code (10008: malformed or not acceptable on
-    // this link, dropped and counted; 10002: the link is being taken down).
+    // Returns: 0 when the packet was taken in, otherwise a result code (MN_ERROR_INVALID_ARG: malformed or not
+    // acceptable on this link, dropped and counted; MN_ERROR_NOT_INITIALIZED: the link is being taken down).
     // Inside a burst (mantle/CMNBurst.h) the stack sees the packet at the burst's end, or before the thread calls the
     // stack otherwise or sleeps (in a CMNWaiter; any other wait comes after CMNBurst::Finish); 0 then says that it is
     // kept until then, and what is dropped is only counted.

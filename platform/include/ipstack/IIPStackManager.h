@@ -41,7 +41,8 @@ class IPSTACK_API IIPStackManager
 public:
     static IIPStackManager* Instance();
 
-    // Starts the stack; once in a process. Thread: any. Returns: 0; 10003 when it is started already.
+    // Starts the stack; once in a process. Thread: any. Returns: 0; MN_ERROR_ALREADY_INITIALIZED when it is started
+    // already.
     virtual unsigned long Startup(const CIPStackSettings& settings) = 0;
 
     // Prepares the calling thread for using the stack; a network thread calls it before its reactor opens.
@@ -51,14 +52,15 @@ public:
     virtual bool IsInitialized() = 0;
 
     // Makes a link and gives its output to `lowLevel`, which must outlive it.
-    // Returns: 0; 10002 before Startup; 10008 for an address, mask, gateway or MTU that is none, a null
-    // `lowLevel`, or an address that another link has.
+    // Returns: 0; MN_ERROR_NOT_INITIALIZED before Startup; MN_ERROR_INVALID_ARG for an address, mask, gateway or MTU
+    // that is none, a null `lowLevel`, or an address that another link has.
     virtual unsigned long CreateStack(const CIPStackConfig& config, IIPStackLowLevel* lowLevel, IIPStack*& stack) = 0;
 
     // Takes a link down: waits for running output and input of other threads, aborts its TCP connections and
-    // frees it. Not from inside its own output. Packets that its low level still hands in are answered 10002 from then
-    // on, so that the low level is ended after it and not before; the object of the link stays for that until many
-    // others have been taken down. Returns: 0; 10008 for a link that is none.
+    // frees it. Not from inside its own output. Packets that its low level still hands in are answered
+    // MN_ERROR_NOT_INITIALIZED from then on, so that the low level is ended after it and not before; the object of the
+    // link stays for that until many others have been taken down. Returns: 0; MN_ERROR_INVALID_ARG for a link that is
+    // none.
     virtual unsigned long DestroyStack(IIPStack* stack) = 0;
 
     // Writes up to `room` counters and returns how many there are. Thread: any.

@@ -18,7 +18,7 @@ public:
     CMNEventThread(const CMNEventThread&) = delete;
     CMNEventThread& operator=(const CMNEventThread&) = delete;
 
-    // Waits until signalled, `timeout` null without limit. Returns: 0; 10011 at the time-out.
+    // Waits until signalled, `timeout` null without limit. Returns: 0; MN_ERROR_NOT_FOUND at the time-out.
     // After a waiter returned 0 the signalling thread touches nothing of this object any more.
     MNResult Wait(const CMNTimeValue* timeout = nullptr);
     MNResult Signal();

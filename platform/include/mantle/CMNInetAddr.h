@@ -29,11 +29,11 @@ public:
     CMNInetAddr(const CMNInetAddr& other) noexcept;
     CMNInetAddr& operator=(const CMNInetAddr& other) noexcept;
 
-    // Returns: 0; 10008 for text that is no address, the object is then 0.0.0.0 port 0.
+    // Returns: 0; MN_ERROR_INVALID_ARG for text that is no address, the object is then 0.0.0.0 port 0.
     MNResult Set(const char* host, unsigned short port) noexcept;
 
-    // The same for a number of any other type, as a literal is. Returns: also 10008, and leaves 0.0.0.0 port 0, for one
-    // that is no port.
+    // The same for a number of any other type, as a literal is. Returns: also MN_ERROR_INVALID_ARG, and leaves 0.0.0.0
+    // port 0, for one that is no port.
     template <class Port, std::enable_if_t<std::is_integral_v<Port>, int> = 0>
     MNResult Set(const char* host, Port port) noexcept
     {
@@ -42,8 +42,8 @@ public:
         return Set(fits ? host : nullptr, number);
     }
 
-    // From a stack record of family 2 or 10 (by its second byte). Returns: 0; 10008 for any other family or a
-    // length that is too short for it, the object is then unchanged.
+    // From a stack record of family 2 or 10 (by its second byte). Returns: 0; MN_ERROR_INVALID_ARG for any other family
+    // or a length that is too short for it, the object is then unchanged.
     MNResult Set(const void* record, int length) noexcept;
 
     void SetPort(unsigned short port) noexcept;

@@ -43,11 +43,12 @@ public:
     const char* GetReadPtr() const noexcept;
     char* GetWritePtr() const noexcept;
 
-    // Returns: 0; 10008 when it would pass the end (nothing changes).
+    // Returns: 0; MN_ERROR_INVALID_ARG when it would pass the end (nothing changes).
     MNResult AdvanceReadPtr(unsigned long length) noexcept;
     MNResult AdvanceWritePtr(unsigned long length) noexcept;
 
-    // Copies `length` bytes behind the write position. Returns: 0; 10008 when there is no room (nothing changes).
+    // Copies `length` bytes behind the write position. Returns: 0; MN_ERROR_INVALID_ARG when there is no room (nothing
+    // changes).
     MNResult Write(const void* data, unsigned long length) noexcept;
 
     // The chain.

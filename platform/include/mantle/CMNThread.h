@@ -30,28 +30,30 @@ public:
     virtual bool IsSubThread(CMNThreadManager::TType type);  // of that type and started, not adopted
 
     // Starts the thread and registers it with the manager. Returns when its OnThreadInit has finished, so that
-    // what is posted right after meets an open queue: 0; 10003 when it runs or has run; 10001 when the system
-    // gives no thread or the clean-up has begun (it may then be tried again, or the object be deleted).
+    // what is posted right after meets an open queue: 0; MN_ERROR_ALREADY_INITIALIZED when it runs or has run;
+    // MN_ERROR_FAILURE when the system gives no thread or the clean-up has begun (it may then be tried again, or the
+    // object be deleted).
     virtual MNResult Create(CMNThreadManager::TType type,
                             CMNThreadManager::TFlag flags = CMNThreadManager::TF_JOINABLE);
 
     // Makes this the calling thread's object without starting one, until AttachCurrentThread takes it back, the
-    // thread ends or the object is deleted. Returns: 0; 10003 when it runs or has run, or when the calling thread
-    // has another object already.
+    // thread ends or the object is deleted. Returns: 0; MN_ERROR_ALREADY_INITIALIZED when it runs or has run, or when
+    // the calling thread has another object already.
     virtual MNResult CreateNotRun(CMNThreadManager::TType type,
                                   CMNThreadManager::TFlag flags = CMNThreadManager::TF_NONE);
 
-    // Asks the thread to end and does not wait; the time-out, where offered, bounds a wait for its end. Here: 10004,
-    // as there is no loop. Thread: any.
+    // Asks the thread to end and does not wait; the time-out, where offered, bounds a wait for its end. Here:
+    // MN_ERROR_NOT_IMPLEMENTED, as there is no loop. Thread: any.
     virtual MNResult Stop(CMNTimeValue* timeout = nullptr);
 
     virtual void OnCreate();     // on the creating thread, before the new one starts
     virtual void BlockSignal();  // on the new thread: signals go to the others
 
-    // Waits for the end of a started thread. Returns: 0; 10002 when it was never started; 10001 on the thread itself.
+    // Waits for the end of a started thread. Returns: 0; MN_ERROR_NOT_INITIALIZED when it was never started;
+    // MN_ERROR_FAILURE on the thread itself.
     virtual MNResult Join();
 
-    // Deletes the object of a thread that has ended or never ran. Returns: 0; 10001 while it runs.
+    // Deletes the object of a thread that has ended or never ran. Returns: 0; MN_ERROR_FAILURE while it runs.
     virtual MNResult Destory();
 
     // On the new thread, one after the other. When the run has ended, the deletions that are pending on the
@@ -64,7 +66,8 @@ public:
     virtual IMNEventQueue* GetEventQueue();
     virtual IMNTimerQueue* GetTimerQueue();
 
-    // To the thread's event queue; without one the event is destroyed and 10002 returned. 10008 for null.
+    // To the thread's event queue; without one the event is destroyed and MN_ERROR_NOT_INITIALIZED returned.
+    // MN_ERROR_INVALID_ARG for null.
     virtual MNResult PostEvent(IMNEvent* event, IMNEventQueue::EPriority priority = IMNEventQueue::EPRIORITY_NORMAL);
     virtual MNResult SendEvent(IMNEvent* event);
     virtual bool IsPool();
@@ -79,7 +82,7 @@ public:
     // What the clean-up asks of a user thread. RefuseEvents (any thread): posts are refused from now on, and a
     // running loop destroys what is pending. DrainEvents (the own thread): destroys what is pending and fires the
     // timers that are due, until neither is left. WaitLoopLeft (any thread): waits, `bound` at most, until the
-    // thread runs no callbacks; 0, or 10011 at the bound.
+    // thread runs no callbacks; 0, or MN_ERROR_NOT_FOUND at the bound.
     virtual void RefuseEvents() {}
     virtual void DrainEvents() {}
     virtual MNResult WaitLoopLeft(const CMNTimeValue& bound);
@@ -87,7 +90,7 @@ public:
     // Whether the thread has been started and its run has not ended. Thread: any.
     bool IsRunning() const noexcept;
 
-    // Join that waits `bound` at most. Returns: what Join does; 10011 at the bound.
+    // Join that waits `bound` at most. Returns: what Join does; MN_ERROR_NOT_FOUND at the bound.
     MNResult JoinFor(const CMNTimeValue& bound);
 
     // Counted objects whose deletion is pending on this thread.

@@ -58,12 +58,12 @@ public:
     // objects made later than that are gone by then. In this order: user queues refuse posts, destroy what they
     // hold and fire what is due until nothing is; user threads are stopped and joined; network threads are stopped
     // and joined; the clean-up objects are destroyed (those that last are ended), newest first, with the single-thread
-    // checks silent on this thread. Threads that nobody joins may go on calling: what they hold pointers to stays valid,
-    // but for thread objects that RegisterThread was given as owned.
+    // checks silent on this thread. Threads that nobody joins may go on calling: what they hold pointers to stays
+    // valid, but for thread objects that RegisterThread was given as owned.
     // Called from a framework thread or a callback it does not join itself and leaves what is shared alive.
     // A thread that does not come back within the bound leaves the objects undestroyed, with a trace line. A second
     // call does nothing, but waits for a first one on another thread unless that may be waiting for this thread.
-    // Afterwards posts answer 10002, singletons and GetThread null.
+    // Afterwards posts answer MN_ERROR_NOT_INITIALIZED, singletons and GetThread null.
     void CleanUp();
 
     // How long CleanUp waits for a thread; 10 s unless set.

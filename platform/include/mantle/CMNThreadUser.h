@@ -9,8 +9,8 @@
 namespace mantle
 {
 
-// A thread that runs what is posted to it and its timers until stopped. Its queue refuses posts (10002, after
-// OnDestorySelf) once the run has ended.
+// A thread that runs what is posted to it and its timers until stopped. Its queue refuses posts
+// (MN_ERROR_NOT_INITIALIZED, after OnDestorySelf) once the run has ended.
 class MANTLE_API CMNThreadUser : public CMNThread
 {
 public:
@@ -33,8 +33,9 @@ public:
     // thread belongs to an object of another class, or after the clean-up has begun.
     static CMNThreadUser* AdoptCurrentThread();
 
-    // Runs events and timers on the calling (own) thread until Stop. Returns: 0; 10001 on another thread; 10006
-    // from inside a callback of the loop. May be run again after a Stop: posts made in between are kept.
+    // Runs events and timers on the calling (own) thread until Stop. Returns: 0; MN_ERROR_FAILURE on another thread;
+    // MN_ERROR_UNEXPECTED from inside a callback of the loop. May be run again after a Stop: posts made in between are
+    // kept.
     MNResult RunEventLoop();
 
     // Runs the events that are pending now and then the timers that are due, `maximum` of both at most, without

@@ -28,11 +28,11 @@ public:
     CMNTimerWrapperID(const CMNTimerWrapperID&) = delete;
     CMNTimerWrapperID& operator=(const CMNTimerWrapperID&) = delete;
 
-    // Calls `sink` after `interval`, `count` times (0: until cancelled). Returns: the queue's result; 10005 when
-    // the calling thread has no thread object or no timer queue.
+    // Calls `sink` after `interval`, `count` times (0: until cancelled). Returns: the queue's result;
+    // MN_ERROR_NULL_POINTER when the calling thread has no thread object or no timer queue.
     MNResult Schedule(CMNTimerWrapperIDSink* sink, const CMNTimeValue& interval, unsigned int count = 0);
 
-    // Returns: 0 when nothing is scheduled; 10005 without a queue; otherwise the queue's result.
+    // Returns: 0 when nothing is scheduled; MN_ERROR_NULL_POINTER without a queue; otherwise the queue's result.
     MNResult Cancel();
 
     void OnTimeout(const CMNTimeValue& now, void* arg) override;

@@ -21,7 +21,7 @@ public:
 
 // What a queue that takes no more events does with one: destroys it. An event that posts again when it is destroyed is
 // refused from inside a refusal; beyond s_nMNNestedRefusals of those at a time on one thread the outermost destroys the
-// event, before it returns, so that no chain of them runs out of stack. Thread: any. Returns: 10002.
+// event, before it returns, so that no chain of them runs out of stack. Thread: any. Returns: MN_ERROR_NOT_INITIALIZED.
 constexpr unsigned int s_nMNNestedRefusals = 64;
 MANTLE_API MNResult MNRefuseEvent(IMNEvent* event);
 
@@ -50,13 +50,13 @@ public:
     };
 
     // Queues `event`; first in, first out, whatever the priority. Thread: any. Owns: the queue from here on,
-    // also when it refuses. Returns: 0; 10008 for null; 10002 when the queue is closed, 10006 when there is no memory,
-    // after OnDestorySelf.
+    // also when it refuses. Returns: 0; MN_ERROR_INVALID_ARG for null; MN_ERROR_NOT_INITIALIZED when the queue is
+    // closed, MN_ERROR_UNEXPECTED when there is no memory, after OnDestorySelf.
     virtual MNResult PostEvent(IMNEvent* event, EPriority priority = EPRIORITY_NORMAL) = 0;
 
     // Runs `event` on the queue's thread and waits for it; in place when the caller is that thread.
-    // Thread: any. Returns: what OnEventFire returned; 10008 for null; 10002 when the queue is closed; 10006 when there
-    // is no memory.
+    // Thread: any. Returns: what OnEventFire returned; MN_ERROR_INVALID_ARG for null; MN_ERROR_NOT_INITIALIZED when the
+    // queue is closed; MN_ERROR_UNEXPECTED when there is no memory.
     virtual MNResult SendEvent(IMNEvent* event) = 0;
 
     // A momentary value. Thread: any.

@@ -21,13 +21,14 @@ class MANTLE_API IMNTimerQueue
 {
 public:
     // Calls `handler` after `interval`, `count` times with `interval` in between (0: until cancelled).
-    // Scheduling a handler again replaces its schedule. Returns: 0; 10008 for a null handler or a negative
-    // interval; 10002 when the queue is closed; 10006 when there is no memory (nothing changes; a handler that is
-    // scheduled already needs none).
+    // Scheduling a handler again replaces its schedule. Returns: 0; MN_ERROR_INVALID_ARG for a null handler or a
+    // negative interval; MN_ERROR_NOT_INITIALIZED when the queue is closed; MN_ERROR_UNEXPECTED when there is no memory
+    // (nothing changes; a handler that is scheduled already needs none).
     virtual MNResult ScheduleTimer(IMNTimerHandler* handler, void* arg, const CMNTimeValue& interval,
                                    unsigned long count) = 0;
 
-    // Returns: 0, also for a handler that is not scheduled; 10008 for null; 10002 when the queue is closed.
+    // Returns: 0, also for a handler that is not scheduled; MN_ERROR_INVALID_ARG for null; MN_ERROR_NOT_INITIALIZED
+    // when the queue is closed.
     virtual MNResult CancelTimer(IMNTimerHandler* handler) = 0;
 
     virtual ~IMNTimerQueue() = default;
