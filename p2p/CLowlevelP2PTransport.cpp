@@ -11,7 +11,6 @@ namespace uxport
 namespace
 {
 
-using CGuard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
 using CTransportPtr = mantle::CMNAutoPtr<connhub::IMNUDPTransport>;
 
 }  // namespace
@@ -21,7 +20,7 @@ CLowlevelP2PTransport::CLowlevelP2PTransport() = default;
 CLowlevelP2PTransport::~CLowlevelP2PTransport()
 {
     CTransportPtr old;
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     std::swap(old, m_pTransport);
     // Released when the mutex has been given up: `old` was made before the guard.
 }
@@ -34,7 +33,7 @@ unsigned long CLowlevelP2PTransport::Open(ipstack::IIPStack* stack, const mantle
     const CMNInetAddr local(localHost, localPort);
     CTransportPtr old;
     {
-        CGuard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         m_pStack = stack;
         m_Destination = destination;
         std::swap(old, m_pTransport);
@@ -47,14 +46,14 @@ unsigned long CLowlevelP2PTransport::Open(ipstack::IIPStack* stack, const mantle
     if (!manager || manager->CreateUDPTransport(this, transport.ParaOut()) != MN_OK)
         return MN_OK;
     transport->Open(local);
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     std::swap(transport, m_pTransport);
     return MN_OK;
 }
 
 unsigned long CLowlevelP2PTransport::IPStackLowLevelOutput(const char* data, unsigned long length, unsigned char)
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     if (m_pTransport)
         m_pTransport->SendTo(data, length, m_Destination);
     return MN_OK;
@@ -64,7 +63,7 @@ unsigned long CLowlevelP2PTransport::OnReceive(CMNMessageBlock& data, const CMNI
 {
     ipstack::IIPStack* stack = nullptr;
     {
-        CGuard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         stack = m_pStack;
     }
     return stack ? stack->Input(data.GetReadPtr(), data.GetLength()) : MN_ERROR_NULL_POINTER;

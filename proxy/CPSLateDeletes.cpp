@@ -6,7 +6,7 @@
 #include "mantle/CMNThreadManager.h"
 #include "proxy/PSNetworkThread.h"
 
-using mantle::CMNMutexGuardT;
+using mantle::CMNMutexGuard;
 using mantle::CMNMutexThread;
 using mantle::CMNThreadManager;
 using mantle::IMNEvent;
@@ -39,7 +39,7 @@ void CPSLateDeletes::Delete(IMNEvent* event)
         return;
     }
     CKept& kept = Kept();
-    CMNMutexGuardT<CMNMutexThread> guard(kept.m_Mutex);
+    CMNMutexGuard guard(kept.m_Mutex);
     kept.m_Events.push_back(event);
 }
 
@@ -48,7 +48,7 @@ void CPSLateDeletes::DeleteAll()
     CKept& kept = Kept();
     std::list<IMNEvent*> events;
     {
-        CMNMutexGuardT<CMNMutexThread> guard(kept.m_Mutex);
+        CMNMutexGuard guard(kept.m_Mutex);
         events.swap(kept.m_Events);
     }
     for (IMNEvent* event : events)

@@ -12,8 +12,6 @@ namespace uxport
 namespace
 {
 
-using CGuard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
-
 void AppendHandle(ps_fdlist& list, int handle)
 {
     if (list.count < PS_FD_SETSIZE)
@@ -29,7 +27,7 @@ bool FitsFdSet(int handle)
 
 MNResult CPSEventHandlerRepository::Close()
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     m_Map.clear();
     return MN_OK;
 }
@@ -38,7 +36,7 @@ MNResult CPSEventHandlerRepository::Bind(int handle, const CElement& element)
 {
     if (handle == PS_INVALID_HANDLE || !element.m_pEh)
         return MN_ERROR_INVALID_ARG;
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     try {
         CElement& stored = m_Map[handle];
         const bool found = stored.m_pEh != nullptr;
@@ -53,14 +51,14 @@ MNResult CPSEventHandlerRepository::UnBind(int handle)
 {
     if (handle == PS_INVALID_HANDLE)
         return MN_ERROR_INVALID_ARG;
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     m_Map.erase(handle);
     return MN_OK;
 }
 
 bool CPSEventHandlerRepository::Find(int handle, CElement& element)
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     const auto found = m_Map.find(handle);
     if (found == m_Map.end())
         return false;
@@ -70,7 +68,7 @@ bool CPSEventHandlerRepository::Find(int handle, CElement& element)
 
 void CPSEventHandlerRepository::UnBindHandler(int handle, const IPSEventHandler* handler)
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     const auto found = m_Map.find(handle);
     if (found != m_Map.end() && found->second.m_pEh == handler)
         m_Map.erase(found);
@@ -100,7 +98,7 @@ int CPSEventHandlerRepository::FdSet_s(const CElement& element, fd_set& readSet,
 
 int CPSEventHandlerRepository::FillFdSets(ps_fdsets& sets)
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     int highest = PS_INVALID_HANDLE;
     for (const auto& [handle, element] : m_Map)
         highest = std::max(highest, FdSet_s(element, sets));
@@ -109,7 +107,7 @@ int CPSEventHandlerRepository::FillFdSets(ps_fdsets& sets)
 
 int CPSEventHandlerRepository::FillFdSets(fd_set& readSet, fd_set& writeSet, fd_set&)
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     int highest = PS_INVALID_HANDLE;
     for (const auto& [handle, element] : m_Map)
         highest = std::max(highest, FdSet_s(element, readSet, writeSet));
@@ -118,7 +116,7 @@ int CPSEventHandlerRepository::FillFdSets(fd_set& readSet, fd_set& writeSet, fd_
 
 unsigned int CPSEventHandlerRepository::FillPollSets(ps_pollfd* entries, unsigned int capacity, unsigned int& count)
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     unsigned int filled = 0;
     for (const auto& [handle, element] : m_Map) {
         ps_pollfd& entry = entries[filled++];

@@ -5,8 +5,7 @@
 #include "mantle/CMNThreadManager.h"
 #include "reactor/CPSEventSynchronous.h"
 
-using mantle::CMNMutexGuardT;
-using mantle::CMNMutexThread;
+using mantle::CMNMutexGuard;
 using mantle::CMNThreadManager;
 
 namespace uxport
@@ -154,7 +153,7 @@ MNResult CPSEventQueueUsingMutex::PostEventWithOldSize(IMNEvent* event, EPriorit
 {
     bool stopped;
     {
-        CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
+        CMNMutexGuard guard(m_MutexQueue);
         if (oldSize)
             *oldSize = GetPendingEventsCount();
         if (!event)
@@ -175,7 +174,7 @@ MNResult CPSEventQueueUsingMutex::PostPrepared(CPlace& place)
 MNResult CPSEventQueueUsingMutex::PostPreparedWithOldSize(CPlace& place, unsigned long* oldSize)
 {
     {
-        CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
+        CMNMutexGuard guard(m_MutexQueue);
         if (oldSize)
             *oldSize = GetPendingEventsCount();
         if (m_dwStopped.load() == 0)
@@ -189,7 +188,7 @@ void CPSEventQueueUsingMutex::DestoryPendingEvents()
     for (;;) {
         std::list<IMNEvent*> events;
         {
-            CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
+            CMNMutexGuard guard(m_MutexQueue);
             events.swap(m_Pending);
         }
         if (events.empty())
@@ -201,7 +200,7 @@ void CPSEventQueueUsingMutex::DestoryPendingEvents()
 
 void CPSEventQueueUsingMutex::RefuseEvents()
 {
-    CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
+    CMNMutexGuard guard(m_MutexQueue);
     m_dwStopped.store(1);
 }
 

@@ -28,7 +28,7 @@ int CloseHandle(std::atomic<int>& handle)
 
 MNResult CPSPipe::Open()
 {
-    mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(g_mutexOpen);
+    mantle::CMNMutexGuard guard(g_mutexOpen);
     const int listener = ps_socket(PS_AF_INET, PS_SOCK_STREAM, 0);
     if (listener < 0)
         return MN_ERROR_FAILURE;

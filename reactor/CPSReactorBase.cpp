@@ -3,8 +3,7 @@
 #include "mantle/CMNThreadManager.h"
 #include "uxport/IPSEventHandler.h"
 
-using mantle::CMNMutexGuardT;
-using mantle::CMNMutexThread;
+using mantle::CMNMutexGuard;
 using mantle::CMNThreadManager;
 using mantle::CMNTimerQueueOrderedList;
 
@@ -38,7 +37,7 @@ MNResult CPSReactorBase::Open()
     BindStopFlagToCurrentThread();
     if (!m_pTimerQueue)
         m_pTimerQueue = std::make_unique<CMNTimerQueueOrderedList>(nullptr);
-    CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
+    CMNMutexGuard guard(m_MutexQueue);
     CorrectPendingCount();
     m_dwStopped.store(0);
     return m_Repository.Open();
@@ -58,7 +57,7 @@ void CPSReactorBase::WakeForEarlyPosts()
     // A post reads the pipe's handle after its own stay in the mutex: it either is counted here or finds the pipe.
     bool pending = false;
     {
-        CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
+        CMNMutexGuard guard(m_MutexQueue);
         pending = GetPendingEventsCount() != 0;
     }
     if (pending)
@@ -156,7 +155,7 @@ MNResult CPSReactorBase::RunEvents_i()
     unsigned long left = 0;
     MNResult result = MN_OK;
     {
-        CMNMutexGuardT<CMNMutexThread> guard(m_MutexQueue);
+        CMNMutexGuard guard(m_MutexQueue);
         result = PopPendingEvents(events, s_dwMaxEvents, &left);
     }
     if (result == MN_OK)

@@ -13,8 +13,6 @@ namespace connhub
 namespace
 {
 
-using CGuard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
-
 // How long the end of the process waits for a callback that runs.
 constexpr long s_lLastWaitSec = 10;
 
@@ -53,7 +51,7 @@ public:
         std::shared_ptr<CMNHub> hub;
         std::unique_ptr<CMNHubThread> thread;
         {
-            CGuard guard(m_Mutex);
+            mantle::CMNMutexGuard guard(m_Mutex);
             m_bEnded = true;
             hub = std::move(m_pHub);
             thread = std::move(m_pThread);
@@ -71,7 +69,7 @@ public:
     std::shared_ptr<CMNHub> GetHub()
     {
         mantle::CMNBurst::Finish();  // else below, under the mutex, while the new thread is awaited
-        CGuard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         if (m_pHub) {
             return m_pHub;
         }

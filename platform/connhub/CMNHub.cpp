@@ -14,8 +14,6 @@ namespace connhub
 namespace
 {
 
-using CGuard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
-
 thread_local const CMNHub* t_pCurrent = nullptr;
 
 // Between two tries of a channel for which the system takes no more: a fraction of what it holds has left by then.
@@ -49,13 +47,13 @@ void CMNHub::Run()
     t_pCurrent = this;
     uv_run(&m_Loop, UV_RUN_DEFAULT);
     t_pCurrent = nullptr;
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     m_bEnded = true;
 }
 
 void CMNHub::Stop() noexcept
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     m_bStop = true;
     if (!m_bEnded) {
         uv_async_send(&m_Wake);
@@ -88,7 +86,7 @@ void CMNHub::ForAll(Operation operation)
 
 mantle::MNResult CMNHub::AskStart(const std::shared_ptr<CMNUDPChannel>& channel)
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     if (m_bEnded) {
         return mantle::MN_ERROR_NOT_INITIALIZED;
     }
@@ -103,7 +101,7 @@ mantle::MNResult CMNHub::AskStart(const std::shared_ptr<CMNUDPChannel>& channel)
 
 void CMNHub::AskFlush(const std::shared_ptr<CMNUDPChannel>& channel) noexcept
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     if (!m_bEnded) {
         Add(m_Flushes, channel, m_bFlushAll);
         uv_async_send(&m_Wake);
@@ -112,7 +110,7 @@ void CMNHub::AskFlush(const std::shared_ptr<CMNUDPChannel>& channel) noexcept
 
 void CMNHub::AskClose(const std::shared_ptr<CMNUDPChannel>& channel) noexcept
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     if (!m_bEnded) {
         Add(m_Closes, channel, m_bCloseAll);
         uv_async_send(&m_Wake);
@@ -128,7 +126,7 @@ void CMNHub::OnWake()
     bool closeAll = false;
     bool stop = false;
     {
-        CGuard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         starts.swap(m_Starts);
         flushes.swap(m_Flushes);
         closes.swap(m_Closes);
@@ -207,7 +205,7 @@ void CMNHub::CloseAll()
     CKept starts;
     CChannels others[2];  // which must not die under the mutex
     {
-        CGuard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         m_bEnded = true;
         starts.swap(m_Starts);
         others[0].swap(m_Flushes);

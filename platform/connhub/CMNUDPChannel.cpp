@@ -18,7 +18,6 @@ namespace
 
 using mantle::CMNInetAddr;
 using mantle::MNResult;
-using CGuard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
 
 // Calls in a row before other channels have their turn.
 constexpr int s_nReceiveRounds = 8;
@@ -37,7 +36,7 @@ CMNUDPChannel::~CMNUDPChannel() = default;
 
 MNResult CMNUDPChannel::Open(const CMNInetAddr& local)
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     if (m_eState != EState::MADE) {
         return m_eState == EState::OPEN ? mantle::MN_ERROR_ALREADY_INITIALIZED : mantle::MN_ERROR_NOT_INITIALIZED;
     }
@@ -56,14 +55,14 @@ MNResult CMNUDPChannel::Open(const CMNInetAddr& local)
 
 MNResult CMNUDPChannel::GetLocalAddress(CMNInetAddr& local)
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     return m_eState == EState::OPEN && m_Socket.GetLocalAddress(local) ? mantle::MN_OK
                                                                        : mantle::MN_ERROR_NOT_INITIALIZED;
 }
 
 void CMNUDPChannel::SetQueueLimit(unsigned long bytes)
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     m_nLimit = bytes;
 }
 
@@ -83,7 +82,7 @@ CMNUDPTransportCounters CMNUDPChannel::GetCounters()
     counters.m_qwDropped = get(m_Counts.m_qwDropped);
     counters.m_qwFailed = get(m_Counts.m_qwFailed);
     counters.m_qwNoMemory = get(m_Counts.m_qwNoMemory);
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     counters.m_qwQueued = m_Waiting.GetCount() + m_nCountInSending;
     return counters;
 }
@@ -91,7 +90,7 @@ CMNUDPTransportCounters CMNUDPChannel::GetCounters()
 // The loop's turn for this channel; calls nest. Returns: false when it has been closed.
 bool CMNUDPChannel::Enter()
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     if (m_eState != EState::OPEN) {
         return false;
     }
@@ -101,7 +100,7 @@ bool CMNUDPChannel::Enter()
 
 void CMNUDPChannel::Leave()
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     if (--m_dwBusy == 0 && m_eState == EState::CLOSED) {
         m_NotBusy.Signal();
     }
@@ -125,7 +124,7 @@ bool CMNUDPChannel::StartOnLoop()
 
 bool CMNUDPChannel::IsClosed()
 {
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     return m_eState == EState::CLOSED;
 }
 
@@ -206,7 +205,7 @@ bool CMNUDPChannel::Deliver(const char* data, std::size_t length, const CMNInetA
     if (block) {
         m_Sink.OnReceive(*block, from);
     }
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     return m_eState == EState::OPEN;
 }
 
@@ -218,7 +217,7 @@ bool CMNUDPChannel::Close(bool forLoop)
     bool busy = false;
     bool sending = false;
     {
-        CGuard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         open = m_eState == EState::OPEN;
         busy = m_dwBusy != 0 && forLoop;
         sending = m_bSending;
@@ -240,7 +239,7 @@ void CMNUDPChannel::Detach()
         return;
     }
     {
-        CGuard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         if (m_Socket.IsOpen()) {
             SendLast();
             if (!onLoop) {
@@ -263,14 +262,14 @@ void CMNUDPChannel::CloseOnLoop()
         uv_close(reinterpret_cast<uv_handle_t*>(&m_Poll),
                  [](uv_handle_t* handle) { static_cast<CMNUDPChannel*>(handle->data)->m_pUntilClosed.reset(); });
     }
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     m_Socket.Close();
 }
 
 void CMNUDPChannel::End()
 {
     if (Close(false)) {
-        CGuard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         if (m_Socket.IsOpen()) {
             SendLast();
         }

@@ -15,7 +15,6 @@ namespace
 
 using mantle::CMNInetAddr;
 using mantle::MNResult;
-using CGuard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
 
 // A datagram that comes sooner than this after another is one of many.
 constexpr std::uint64_t s_qwBurstNs = 5000;
@@ -94,7 +93,7 @@ MNResult CMNUDPChannel::Send(const char* data, unsigned long length, const CMNIn
     bool atEnd = false;
     bool noRoom = false;
     {
-        CGuard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         if (m_eState != EState::OPEN) {
             return mantle::MN_ERROR_NOT_INITIALIZED;
         }
@@ -155,7 +154,7 @@ MNResult CMNUDPChannel::SendAlone(const char* data, unsigned long length, const 
     bool ask = false;
     MNResult result = mantle::MN_OK;
     {
-        CGuard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         EndSend();
         if (full && length > m_nLimit) {
             CMNUDPCounts::Add(m_Counts.m_qwDropped);
@@ -182,7 +181,7 @@ MNResult CMNUDPChannel::SendAlone(const char* data, unsigned long length, const 
 bool CMNUDPChannel::SendQueue()
 {
     {
-        CGuard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         if (m_Sending.IsEmpty()) {
             m_Sending.Swap(m_Waiting);
         }
@@ -190,7 +189,7 @@ bool CMNUDPChannel::SendQueue()
         m_nCountInSending = m_Sending.GetCount();
     }
     m_Socket.Send(m_Sending, m_Counts);
-    CGuard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     EndSend();
     m_nInSending = m_Sending.GetBytes();
     m_nCountInSending = m_Sending.GetCount();
@@ -212,7 +211,7 @@ void CMNUDPChannel::EndSend()
 void CMNUDPChannel::FlushOfBurst()
 {
     {
-        CGuard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         // Another thread that sends asks the loop when there is more; the loop comes back when the system was full.
         if (m_eState != EState::OPEN || m_bSending || m_bFull || (m_Waiting.IsEmpty() && m_nCountInSending == 0)) {
             return;
@@ -232,7 +231,7 @@ void CMNUDPChannel::FlushOnLoop()
     bool again = true;
     for (int round = 0; again && round < s_nSendRounds; ++round) {
         {
-            CGuard guard(m_Mutex);
+            mantle::CMNMutexGuard guard(m_Mutex);
             m_bFlushAsked = false;
             // Another thread that sends asks again when there is more.
             if (m_bSending || (m_Waiting.IsEmpty() && m_nCountInSending == 0)) {
@@ -242,7 +241,7 @@ void CMNUDPChannel::FlushOnLoop()
             m_bSending = true;
         }
         again = SendQueue();
-        CGuard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         if (m_nCountInSending != 0) {
             // The system takes no more for now.
             m_bFlushAsked = false;
@@ -262,7 +261,7 @@ void CMNUDPChannel::FlushOnLoop()
 void CMNUDPChannel::RetryOnLoop()
 {
     {
-        CGuard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         m_bFull = false;
     }
     FlushOnLoop();

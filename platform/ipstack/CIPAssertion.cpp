@@ -34,7 +34,7 @@ void CIPAssertion::Record(const char* message, const char* file, int line)
     const char* slash = std::strrchr(file, '/');
     CIPCounters::Add(CIPCounters::AssertionFailed);
     {
-        mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(s_Mutex);
+        mantle::CMNMutexGuard guard(s_Mutex);
         mantle::Text_Formator text(s_szLast, sizeof(s_szLast));
         text << (slash == nullptr ? file : slash + 1) << ':' << line << ": " << message;
         if (s_bAbort.load(std::memory_order_relaxed)) {
@@ -52,7 +52,7 @@ void CIPAssertion::TracePending()
     }
     char text[TextRoom + 32];
     {
-        mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(s_Mutex);
+        mantle::CMNMutexGuard guard(s_Mutex);
         const long long now = mantle::CMNClock::NowUs();
         if (s_bTraced && now - s_llLastTraceUs < TraceIntervalUs) {
             return;
@@ -67,7 +67,7 @@ void CIPAssertion::TracePending()
 
 std::string CIPAssertion::GetLastText()
 {
-    mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(s_Mutex);
+    mantle::CMNMutexGuard guard(s_Mutex);
     return s_szLast;
 }
 

@@ -17,8 +17,6 @@ namespace ipstack
 namespace
 {
 
-using Guard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
-
 // The file format of libpcap (pcap-savefile), in this machine's byte order.
 constexpr std::uint32_t s_dwMagicNanoseconds = 0xA1B23C4D;
 constexpr std::uint16_t s_wVersionMajor = 2;
@@ -72,7 +70,7 @@ public:
 
     unsigned long Start(const std::string& path)
     {
-        Guard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         if (m_pFile) {
             return mantle::MN_ERROR_ALREADY_INITIALIZED;
         }
@@ -100,7 +98,7 @@ public:
     {
         int error = 0;
         {
-            Guard guard(m_Mutex);
+            mantle::CMNMutexGuard guard(m_Mutex);
             m_nState.store(Off);
             error = Close();
             if (error != 0) {
@@ -121,7 +119,7 @@ public:
         }
         int error = 0;
         if (state == On) {
-            Guard guard(m_Mutex);
+            mantle::CMNMutexGuard guard(m_Mutex);
             if (m_pFile) {
                 if (WriteRecord(data, length)) {
                     m_qwPackets.fetch_add(1, std::memory_order_relaxed);

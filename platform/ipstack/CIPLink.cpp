@@ -26,8 +26,6 @@ namespace ipstack
 namespace
 {
 
-using Guard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
-
 constexpr unsigned int s_dwMtuLeast4 = 576;   // RFC 791
 constexpr unsigned int s_dwMtuLeast6 = 1280;  // RFC 8200, section 5
 constexpr unsigned int s_dwMtuMost = 65535;
@@ -92,7 +90,7 @@ CIPLink::~CIPLink()
 
 void CIPLink::FreeQueue()
 {
-    Guard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     while (pbuf* packet = m_pFirst) {
         m_pFirst = packet->next;
         packet->next = nullptr;
@@ -186,7 +184,7 @@ void CIPLink::WaitUntilIdle() const
     for (;;) {
         bool sending;
         {
-            Guard guard(m_Mutex);
+            mantle::CMNMutexGuard guard(m_Mutex);
             sending = m_bSending;
         }
         if (!sending && m_dwInside.load() == 0) {
@@ -246,7 +244,7 @@ void CIPLink::Deliver(pbuf* packet) noexcept
 void CIPLink::SendQueued()
 {
     {
-        Guard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         if (m_bSending || !m_pFirst) {
             m_dwInside.fetch_sub(1);
             return;
@@ -258,7 +256,7 @@ void CIPLink::SendQueued()
     bool mine = true;
     while (mine) {
         count += SendSome(CIPCore::s_dwDrainLimit - count);
-        Guard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         more = m_pFirst != nullptr;
         mine = m_bSending = more && count < CIPCore::s_dwDrainLimit;
     }
@@ -282,7 +280,7 @@ unsigned int CIPLink::SendSome(unsigned int most)
     while (count < most) {
         pbuf* packet;
         {
-            Guard guard(m_Mutex);
+            mantle::CMNMutexGuard guard(m_Mutex);
             packet = m_pFirst;
             if (!packet) {
                 break;
@@ -349,7 +347,7 @@ err_t CIPLink::Enqueue(pbuf* packet)
     }
     CIPIdentification::Write(static_cast<std::uint8_t*>(copy->payload), copy->len);
     {
-        Guard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         if (m_dwQueued >= s_dwQueueLimit) {
             CIPCounters::Add(CIPCounters::LinkOutputFull);
             pbuf_free(copy);

@@ -23,7 +23,7 @@ std::size_t s_nLeft MN_GUARDED_BY(s_Mutex) = 0;
 
 std::uint32_t CIPRandom::Get32() noexcept
 {
-    mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(s_Mutex);
+    mantle::CMNMutexGuard guard(s_Mutex);
     if (s_nLeft < sizeof(std::uint32_t)) {
         mantle::CMNRandom::Fill(s_Pool, sizeof(s_Pool));
         s_nLeft = sizeof(s_Pool);

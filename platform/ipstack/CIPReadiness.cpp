@@ -44,7 +44,7 @@ CIPWaiterRecord& CIPWaiterRecord::Current()
     if (!t_pRecord) {
         mantle::CMNWaiter& waiter = mantle::CMNWaiter::Current();
         CIPWaiterRegistry& registry = CIPWaiterRegistry::Instance();
-        mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(registry.m_Mutex);
+        mantle::CMNMutexGuard guard(registry.m_Mutex);
         CIPWaiterRecord*& record = registry.m_Records[&waiter];
         if (!record) {
             record = new CIPWaiterRecord(waiter);
@@ -93,7 +93,7 @@ void CIPReadiness::Tell(int handle, std::uint32_t before, CIPWakeList& wakes)
 {
     if (before & s_dwShared) {
         CIPWaiterRegistry& registry = CIPWaiterRegistry::Instance();
-        mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(registry.m_Mutex);
+        mantle::CMNMutexGuard guard(registry.m_Mutex);
         for (const auto& entry : registry.m_Records) {
             if (entry.second->m_bWaiting.load()) {
                 Wake(*entry.first, wakes);

@@ -10,16 +10,9 @@
 namespace ipstack
 {
 
-namespace
-{
-
-using Guard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
-
-}  // namespace
-
 CIPSocketDatagram::~CIPSocketDatagram()
 {
-    Guard guard(m_QueueMutex);
+    mantle::CMNMutexGuard guard(m_QueueMutex);
     ClearQueue();
 }
 
@@ -36,7 +29,7 @@ void CIPSocketDatagram::ClearQueue()
 void CIPSocketDatagram::CloseLocked()
 {
     RemovePcb();
-    Guard guard(m_QueueMutex);
+    mantle::CMNMutexGuard guard(m_QueueMutex);
     m_bReceiveShut = true;
     ClearQueue();
 }
@@ -44,7 +37,7 @@ void CIPSocketDatagram::CloseLocked()
 void CIPSocketDatagram::Enqueue(const pbuf* packet, u16_t offset, u16_t length, const CIPAddress& from)
 {
     const auto limit = static_cast<std::size_t>(m_nReceiveLimit.load());
-    Guard guard(m_QueueMutex);
+    mantle::CMNMutexGuard guard(m_QueueMutex);
     if (m_bReceiveShut) {
         return;
     }
@@ -68,7 +61,7 @@ long CIPSocketDatagram::Receive(void* data, unsigned long length, bool peek, CIP
 {
     for (;;) {
         {
-            Guard guard(m_QueueMutex);
+            mantle::CMNMutexGuard guard(m_QueueMutex);
             if (CDatagram* datagram = m_pFirst) {
                 const std::size_t count = std::min<std::size_t>(length, datagram->m_nLength);
                 if (count != 0) {
@@ -120,7 +113,7 @@ long CIPSocketDatagram::Shutdown(int direction)
         m_bSendShut = true;
     }
     if (direction != PS_SHUT_WR) {
-        Guard queueGuard(m_QueueMutex);
+        mantle::CMNMutexGuard queueGuard(m_QueueMutex);
         m_bReceiveShut = true;
         RaiseLocked(CIPReadiness::s_dwIn);
     }
@@ -139,13 +132,13 @@ long CIPSocketDatagram::GetPeer(CIPAddress& address)
 
 long CIPSocketDatagram::GetWaiting()
 {
-    Guard guard(m_QueueMutex);
+    mantle::CMNMutexGuard guard(m_QueueMutex);
     return m_pFirst ? static_cast<long>(m_pFirst->m_nLength) : 0;
 }
 
 std::uint32_t CIPSocketDatagram::GetBitsLocked()
 {
-    Guard guard(m_QueueMutex);
+    mantle::CMNMutexGuard guard(m_QueueMutex);
     return CIPReadiness::s_dwOut | (m_pFirst || m_bReceiveShut ? CIPReadiness::s_dwIn : 0);
 }
 

@@ -23,7 +23,7 @@ void CIPSocketTable::Start(unsigned int most)
     s_dwMost = most;
     s_pSlots = new CSlot[limit];
     {
-        mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(s_Mutex);
+        mantle::CMNMutexGuard guard(s_Mutex);
         s_pFree = new int[limit - 1];
         for (unsigned int i = 1; i < limit; ++i) {
             s_pFree[i - 1] = static_cast<int>(i);
@@ -40,7 +40,7 @@ int CIPSocketTable::Open(CIPSocket* socket)
     }
     int handle;
     {
-        mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(s_Mutex);
+        mantle::CMNMutexGuard guard(s_Mutex);
         if (s_nFree == 0) {
             return 0;
         }
@@ -102,7 +102,7 @@ void CIPSocketTable::Finish(int handle) noexcept
         return;
     }
     delete socket;
-    mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(s_Mutex);
+    mantle::CMNMutexGuard guard(s_Mutex);
     s_pFree[(s_nFirst + s_nFree) % (GetHandleLimit() - 1)] = handle;
     ++s_nFree;
 }

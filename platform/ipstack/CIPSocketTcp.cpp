@@ -15,8 +15,6 @@ namespace ipstack
 namespace
 {
 
-using Guard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
-
 constexpr int s_nMsecPerSec = 1000;
 
 // Picks of a port before a connection to the own port is given up.
@@ -84,7 +82,7 @@ CIPSocketTcp* CIPSocketTcp::MakeAccepted(CIPSocketTcp& listener, CIPTcpEnd& end)
     socket->ApplySettings(pcb);
     socket->StartWindow(pcb, true);
     CIPTcpEnd::StartTimer(pcb);
-    Guard guard(socket->m_QueueMutex);
+    mantle::CMNMutexGuard guard(socket->m_QueueMutex);
     socket->m_bOpen = true;
     return socket;
 }
@@ -103,7 +101,7 @@ void CIPSocketTcp::CloseLocked()
     m_pBacklog.reset();
     std::uint32_t unread;
     {
-        Guard guard(m_QueueMutex);
+        mantle::CMNMutexGuard guard(m_QueueMutex);
         unread = static_cast<std::uint32_t>(m_Queue.GetSize());
         m_Queue.Clear();
         m_bOpen = false;
@@ -234,7 +232,7 @@ int CIPSocketTcp::StartConnect(const CIPAddress& address)
     m_Local = local;
     m_Peer = address;
     m_eState = Connecting;
-    Guard guard(m_QueueMutex);
+    mantle::CMNMutexGuard guard(m_QueueMutex);
     m_bOpen = true;
     return 0;
 }
@@ -352,7 +350,7 @@ long CIPSocketTcp::Shutdown(int direction)
     if (direction != PS_SHUT_WR) {
         std::uint32_t unread;
         {
-            Guard queueGuard(m_QueueMutex);
+            mantle::CMNMutexGuard queueGuard(m_QueueMutex);
             m_bReceiveShut = true;
             unread = static_cast<std::uint32_t>(m_Queue.GetSize());
             m_Queue.Clear();
@@ -398,7 +396,7 @@ std::uint32_t CIPSocketTcp::GetBitsLocked()
         return m_pBacklog->IsEmpty() || CIPSocketTable::IsFull() ? 0 : CIPReadiness::s_dwIn;
     }
     {
-        Guard guard(m_QueueMutex);
+        mantle::CMNMutexGuard guard(m_QueueMutex);
         if (m_eState != Idle && (m_Queue.GetSize() != 0 || !m_bOpen || m_bReceiveShut)) {
             bits |= CIPReadiness::s_dwIn;
         }
@@ -433,7 +431,7 @@ void CIPSocketTcp::OnFailed(err_t error, int abortReason)
     } else {
         failure = abortReason != 0 ? abortReason : PS_ETIMEDOUT;
     }
-    Guard guard(m_QueueMutex);
+    mantle::CMNMutexGuard guard(m_QueueMutex);
     if (m_bSendShut && !m_bOpen) {
         failure = 0;  // both directions had ended in order
     }

@@ -13,8 +13,6 @@ namespace ipstack
 namespace
 {
 
-using Guard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
-
 // A socket is writable when an eighth of its limit is free and lwIP's list of buffers is not nearly full.
 constexpr std::size_t s_nWritableShare = 8;
 constexpr u16_t s_wWritableQueue = TCP_SND_QUEUELEN / 4 * 3;
@@ -173,7 +171,7 @@ long CIPSocketTcp::Send(const ps_iovec* pieces, unsigned long count, const CIPAd
 
 err_t CIPSocketTcp::OnReceived(tcp_pcb* pcb, pbuf* packet)
 {
-    Guard guard(m_QueueMutex);
+    mantle::CMNMutexGuard guard(m_QueueMutex);
     if (!packet) {
         m_bOpen = false;
         RaiseLocked(CIPReadiness::s_dwIn);
@@ -202,7 +200,7 @@ long CIPSocketTcp::Receive(void* data, unsigned long length, bool peek, CIPAddre
         std::size_t count;
         pbuf* used = nullptr;
         {
-            Guard guard(m_QueueMutex);
+            mantle::CMNMutexGuard guard(m_QueueMutex);
             count = m_Queue.Read(data, length, peek, used);
             if (count == 0) {
                 if (!m_bOpen || m_bReceiveShut) {
@@ -238,7 +236,7 @@ long CIPSocketTcp::Receive(void* data, unsigned long length, bool peek, CIPAddre
 
 long CIPSocketTcp::GetWaiting()
 {
-    Guard guard(m_QueueMutex);
+    mantle::CMNMutexGuard guard(m_QueueMutex);
     return static_cast<long>(m_Queue.GetSize());
 }
 

@@ -59,7 +59,7 @@ CIPStackManager& CIPStackManager::Get()
 
 unsigned long CIPStackManager::Startup(const CIPStackSettings& settings)
 {
-    mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(m_StartMutex);
+    mantle::CMNMutexGuard guard(m_StartMutex);
     if (CIPCore::Instance().IsStarted()) {
         return mantle::MN_ERROR_ALREADY_INITIALIZED;
     }

@@ -21,8 +21,6 @@ namespace ipstack
 namespace
 {
 
-using Guard = mantle::CMNMutexGuardT<mantle::CMNMutexThread>;
-
 constexpr unsigned int PerMille = 1000;
 constexpr unsigned int Ends = 2;
 
@@ -116,7 +114,7 @@ unsigned long CIPStackWire::CImpl::Open(const CIPStackConfig& endA, const CIPSta
                                         const CIPStackWireSettings& settings)
 {
     {
-        Guard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         if (m_bOpen) {
             return mantle::MN_ERROR_ALREADY_INITIALIZED;
         }
@@ -139,7 +137,7 @@ unsigned long CIPStackWire::CImpl::Open(const CIPStackConfig& endA, const CIPSta
         }
     }
     {
-        Guard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         m_bOpen = true;
     }
     CIPCore::Instance().AddTimerSource(this);
@@ -151,7 +149,7 @@ unsigned long CIPStackWire::CImpl::Open(const CIPStackConfig& endA, const CIPSta
 
 void CIPStackWire::CImpl::SetSettings(const CIPStackWireSettings& settings)
 {
-    Guard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     m_Settings = settings;
 }
 
@@ -159,7 +157,7 @@ void CIPStackWire::CImpl::Close()
 {
     mantle::CMNWaiter& waiter = mantle::CMNWaiter::Current();
     {
-        Guard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         if (!m_bOpen) {
             return;
         }
@@ -170,7 +168,7 @@ void CIPStackWire::CImpl::Close()
     for (;;) {
         const std::uint32_t sequence = waiter.GetSequence();
         {
-            Guard guard(m_Mutex);
+            mantle::CMNMutexGuard guard(m_Mutex);
             if (m_dwInside == 0) {
                 m_pCloser = nullptr;
                 m_Queue.clear();
@@ -223,7 +221,7 @@ void CIPStackWire::CImpl::Carry(unsigned int from, const char* data, unsigned lo
     CFate fate;
     bool earlier = false;
     {
-        Guard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         if (!m_bOpen) {
             return;
         }
@@ -269,7 +267,7 @@ void CIPStackWire::CImpl::LeaveDelivery()
 {
     mantle::CMNWaiter* closer = nullptr;
     {
-        Guard guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         if (--m_dwInside == 0) {
             closer = m_pCloser;
         }
@@ -281,7 +279,7 @@ void CIPStackWire::CImpl::LeaveDelivery()
 
 long long CIPStackWire::CImpl::NextDeadlineUs()
 {
-    Guard guard(m_Mutex);
+    mantle::CMNMutexGuard guard(m_Mutex);
     return m_Queue.empty() ? NoDeadline : m_Queue.begin()->first;
 }
 
@@ -290,7 +288,7 @@ void CIPStackWire::CImpl::Run(long long nowUs)
     for (;;) {
         CPacket packet;
         {
-            Guard guard(m_Mutex);
+            mantle::CMNMutexGuard guard(m_Mutex);
             if (!m_bOpen || m_Queue.empty() || m_Queue.begin()->first > nowUs) {
                 return;
             }

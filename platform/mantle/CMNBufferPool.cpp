@@ -13,7 +13,7 @@ CMNBufferPool& CMNBufferPool::Instance()
 {
     static CMNBufferPool* const s_pInstance = [] {
         auto pool = std::make_unique<CMNBufferPool>();
-        CMNMutexGuardT<CMNMutexThread> guard(pool->m_Mutex);
+        CMNMutexGuard guard(pool->m_Mutex);
         for (int index = 0; index < CMNBufferSizes::s_nClasses; ++index)
             pool->m_Free[index].reserve(s_nBytesEach / CMNBufferSizes::SizeOf(index));
         return pool.release();
@@ -57,7 +57,7 @@ void CMNBufferPool::Put(int index, void* buffer) noexcept
 
 int CMNBufferPool::TakeShared(int index, void** buffers, int count) noexcept
 {
-    CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     int taken = 0;
     while (taken < count && !m_Free[index].empty()) {
         buffers[taken++] = m_Free[index].back();
@@ -71,7 +71,7 @@ void CMNBufferPool::PutShared(int index, void* const* buffers, int count) noexce
 {
     int kept = 0;
     {
-        CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+        CMNMutexGuard guard(m_Mutex);
         while (kept < count && m_Free[index].size() < s_nBytesEach / CMNBufferSizes::SizeOf(index))
             m_Free[index].push_back(buffers[kept++]);
     }

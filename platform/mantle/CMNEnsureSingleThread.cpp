@@ -26,7 +26,7 @@ public:
     bool MayTrace(const char* place)
     {
         const long long now = CMNClock::NowUs();
-        CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+        CMNMutexGuard guard(m_Mutex);
         auto inserted = m_Last.emplace(place, now);
         if (inserted.second)
             return true;

@@ -13,8 +13,6 @@ namespace mantle
 namespace
 {
 
-using CGuard = CMNMutexGuardT<CMNMutexThread>;
-
 // Carries an event to the queue's thread and its result back. Lives on the sender's stack: nothing of it is
 // touched once the sender has been woken.
 class CEventSend : public IMNEvent
@@ -61,7 +59,7 @@ bool CMNEventQueueUser::Push(CPlace& place)
 {
     CMNWaiter* waiter = nullptr;
     {
-        CGuard guard(m_Mutex);
+        CMNMutexGuard guard(m_Mutex);
         if (m_bClosed.load())
             return false;
         if (m_Pending.empty())
@@ -121,14 +119,14 @@ MNResult CMNEventQueueUser::SendEvent(IMNEvent* event)
 
 void CMNEventQueueUser::SetWaiter(CMNWaiter* waiter)
 {
-    CGuard guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     m_pWaiter = waiter;
 }
 
 unsigned long CMNEventQueueUser::Run(unsigned long maximum, const std::atomic<bool>& stop)
 {
     {
-        CGuard guard(m_Mutex);
+        CMNMutexGuard guard(m_Mutex);
         m_Batch.splice(m_Batch.end(), m_Pending);
     }
     unsigned long left = std::min<unsigned long>(maximum, m_Batch.size());
@@ -147,7 +145,7 @@ unsigned long CMNEventQueueUser::Run(unsigned long maximum, const std::atomic<bo
 void CMNEventQueueUser::Close()
 {
     {
-        CGuard guard(m_Mutex);
+        CMNMutexGuard guard(m_Mutex);
         m_bClosed.store(true);
     }
     Wake();
@@ -157,7 +155,7 @@ void CMNEventQueueUser::Wake()
 {
     CMNWaiter* waiter = nullptr;
     {
-        CGuard guard(m_Mutex);
+        CMNMutexGuard guard(m_Mutex);
         waiter = m_pWaiter;
     }
     if (waiter)
@@ -172,7 +170,7 @@ unsigned long CMNEventQueueUser::DestroyPending()
         if (IsOwnThread())
             events.swap(m_Batch);
         if (events.empty()) {
-            CGuard guard(m_Mutex);
+            CMNMutexGuard guard(m_Mutex);
             events.swap(m_Pending);
         }
         if (events.empty())

@@ -42,7 +42,7 @@ MNResult CMNEventThread::Wait(const CMNTimeValue* timeout)
 
     CNode node{&waiter};
     {
-        CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+        CMNMutexGuard guard(m_Mutex);
         if (m_bSignalled) {
             m_bSignalled = m_bManual;
             return MN_OK;
@@ -54,12 +54,12 @@ MNResult CMNEventThread::Wait(const CMNTimeValue* timeout)
     while (true) {
         const std::uint32_t sequence = waiter.GetSequence();
         {
-            CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+            CMNMutexGuard guard(m_Mutex);
             if (node.m_bGranted)
                 return MN_OK;
         }
         if (!waiter.Wait(sequence, deadline)) {
-            CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+            CMNMutexGuard guard(m_Mutex);
             if (node.m_bGranted)
                 return MN_OK;
             Remove(node);
@@ -74,7 +74,7 @@ MNResult CMNEventThread::Signal()
 {
     CMNWaiter* waiter = nullptr;
     {
-        CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+        CMNMutexGuard guard(m_Mutex);
         if (m_bManual || !m_pFirst)
             m_bSignalled = true;
         if (m_bManual) {
@@ -98,7 +98,7 @@ MNResult CMNEventThread::Signal()
 
 MNResult CMNEventThread::Reset()
 {
-    CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     m_bSignalled = false;
     return MN_OK;
 }

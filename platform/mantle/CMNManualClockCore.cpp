@@ -17,8 +17,6 @@ constexpr long long s_llManual = LLONG_MIN + 1;  // the hand-moved clock is in f
 constexpr long long s_llFirstUs = 1000000;       // the time of the first look
 constexpr long long s_llStartUs = 10000000;      // the hand-moved clock starts at a multiple of this
 
-using CGuard = CMNMutexGuardT<CMNMutexThread>;
-
 long long SteadyUs() noexcept
 {
     return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch())
@@ -56,7 +54,7 @@ long long CMNManualClockCore::NowUs() noexcept
 
 bool CMNManualClockCore::Begin(bool autoAdvance)
 {
-    CGuard guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     if (s_bManual.load())
         return false;
     s_llNow.store((NowUs() / s_llStartUs + 1) * s_llStartUs);
@@ -70,7 +68,7 @@ bool CMNManualClockCore::Begin(bool autoAdvance)
 
 void CMNManualClockCore::End()
 {
-    CGuard guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     if (!s_bManual.load())
         return;
     s_llOffset.store(s_llNow.load() - SteadyUs());
@@ -80,7 +78,7 @@ void CMNManualClockCore::End()
 
 void CMNManualClockCore::Advance(long long stepUs)
 {
-    CGuard guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     if (!s_bManual.load() || stepUs < 0)
         return;
     const long long now = s_llNow.load();
@@ -90,7 +88,7 @@ void CMNManualClockCore::Advance(long long stepUs)
 
 void CMNManualClockCore::SetAutoAdvance(bool on)
 {
-    CGuard guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     m_bAutoAdvance = on;
     if (on)
         MoveOn();
@@ -100,39 +98,39 @@ void CMNManualClockCore::SetAutoAdvance(bool on)
 
 unsigned long long CMNManualClockCore::GetSteps()
 {
-    CGuard guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     return m_qwSteps;
 }
 
 void CMNManualClockCore::AddParticipant()
 {
-    CGuard guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     ++m_dwParticipants;
 }
 
 void CMNManualClockCore::RemoveParticipant()
 {
-    CGuard guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     --m_dwParticipants;
     MoveOn();
 }
 
 void CMNManualClockCore::AddWaiter(CMNWaiter* waiter)
 {
-    CGuard guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     waiter->m_qwOrder = ++m_qwOrder;
     m_All.push_back(waiter);
 }
 
 void CMNManualClockCore::RenewWaiter(CMNWaiter* waiter)
 {
-    CGuard guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     waiter->m_qwOrder = ++m_qwOrder;
 }
 
 void CMNManualClockCore::RemoveWaiter(CMNWaiter* waiter)
 {
-    CGuard guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     m_All.erase(std::find(m_All.begin(), m_All.end(), waiter));
 }
 
@@ -140,7 +138,7 @@ CMNWaiter::EOutcome CMNManualClockCore::Wait(CMNWaiter& waiter, std::uint32_t se
 {
     const bool participant = CMNThreadLocal::Get().m_dwParticipant != 0;
     {
-        CGuard guard(m_Mutex);
+        CMNMutexGuard guard(m_Mutex);
         if (!s_bManual.load())
             return CMNWaiter::EOutcome::CLOCK_CHANGED;
         if (deadlineUs != CMNWaiter::s_llForever && deadlineUs <= s_llNow.load())
@@ -160,7 +158,7 @@ CMNWaiter::EOutcome CMNManualClockCore::Wait(CMNWaiter& waiter, std::uint32_t se
             waiter.m_Condition.wait(lock);
     }
     waiter.m_bAsleep.store(false);
-    CGuard guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     m_Waiting.erase(std::find(m_Waiting.begin(), m_Waiting.end(), &waiter));
     if (participant)
         --m_dwParticipantsWaiting;

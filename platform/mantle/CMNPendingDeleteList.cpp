@@ -5,7 +5,7 @@ namespace mantle
 
 void CMNPendingDeleteList::Add(CMNPendingDelete& object)
 {
-    CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     object.m_pList = this;
     object.m_pNext = nullptr;
     object.m_pPrev = m_pLast;
@@ -27,7 +27,7 @@ void CMNPendingDeleteList::Schedule(CMNPendingDelete& object, IMNTimerQueue& tim
         return;
     // There is memory again.
     m_bWithoutTimers = false;
-    CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     for (CMNPendingDelete* one = m_pFirst; one && !m_bWithoutTimers; one = one->m_pNext) {
         if (one->m_bWithoutTimer) {
             m_bWithoutTimers = !schedule(*one);
@@ -38,7 +38,7 @@ void CMNPendingDeleteList::Schedule(CMNPendingDelete& object, IMNTimerQueue& tim
 
 void CMNPendingDeleteList::Remove(CMNPendingDelete& object)
 {
-    CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     Remove_i(object);
 }
 
@@ -55,7 +55,7 @@ unsigned long CMNPendingDeleteList::DeleteAll(IMNTimerQueue* timers)
     while (true) {
         CMNPendingDelete* object = nullptr;
         {
-            CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+            CMNMutexGuard guard(m_Mutex);
             object = m_pFirst;
             if (!object)
                 return deleted;

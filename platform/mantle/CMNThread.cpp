@@ -20,7 +20,7 @@ CMNThread::~CMNThread()
     if (CMNThreadLocal::Get().m_pThread == this)
         CMNThreadManager::Instance()->AttachCurrentThread(nullptr);
     m_pImpl->m_PendingDeletes.DeleteAll(nullptr);
-    CMNMutexGuardT<CMNMutexThread> guard(m_pImpl->m_JoinMutex);
+    CMNMutexGuard guard(m_pImpl->m_JoinMutex);
     if (!m_pImpl->m_Thread.joinable())
         return;
     if (m_pImpl->m_eState.load() == CImpl::EState::ENDED && m_pImpl->m_Thread.get_id() != std::this_thread::get_id())
@@ -79,7 +79,7 @@ MNResult CMNThread::Create(CMNThreadManager::TType type, CMNThreadManager::TFlag
     // Counted before it runs: no time passes between its creation and its first step.
     CMNManualClockCore::Instance().AddParticipant();
     try {
-        CMNMutexGuardT<CMNMutexThread> guard(m_pImpl->m_JoinMutex);
+        CMNMutexGuard guard(m_pImpl->m_JoinMutex);
         m_pImpl->m_Thread = std::thread(&CMNThread::Run, this, m_pImpl);
         if ((flags & CMNThreadManager::TF_JOINABLE) == 0)
             m_pImpl->m_Thread.detach();
@@ -161,7 +161,7 @@ MNResult CMNThread::JoinFor(const CMNTimeValue& bound)
     const MNResult result = impl->m_Ended.Wait(&bound);
     if (result != MN_OK)
         return result;
-    CMNMutexGuardT<CMNMutexThread> guard(impl->m_JoinMutex);
+    CMNMutexGuard guard(impl->m_JoinMutex);
     if (impl->m_Thread.joinable())
         impl->m_Thread.join();
     return MN_OK;

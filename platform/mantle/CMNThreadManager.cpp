@@ -17,8 +17,6 @@ namespace
 constexpr long s_lJoinBoundSec = 10;
 constexpr CMNThreadManager::TType s_nFirstNewType = 100;
 
-using CGuard = CMNMutexGuardT<CMNMutexThread>;
-
 void CleanUpAtExit()
 {
     CMNThreadManager::Instance()->CleanUp();
@@ -49,7 +47,7 @@ CMNThread* CMNThreadManager::GetThread(TType type)
     if (type == TT_CURRENT)
         return CMNThreadLocal::Get().m_pThread;
     CMNThread* ended = nullptr;
-    CGuard guard(m_pImpl->m_Mutex);
+    CMNMutexGuard guard(m_pImpl->m_Mutex);
     for (const CImpl::CEntry& entry : m_pImpl->m_Threads) {
         if (entry.m_pThread->m_pImpl->m_nType.load() != type)
             continue;
@@ -100,14 +98,14 @@ CMNThread* CMNThreadManager::AttachCurrentThread(CMNThread* thread) noexcept
 
 void CMNThreadManager::RegisterThread(CMNThread* thread, bool owned)
 {
-    CGuard guard(m_pImpl->m_Mutex);
+    CMNMutexGuard guard(m_pImpl->m_Mutex);
     if (thread)
         m_pImpl->Register(thread, owned);
 }
 
 bool CMNThreadManager::EnlistThread(CMNThread* thread)
 {
-    CGuard guard(m_pImpl->m_Mutex);
+    CMNMutexGuard guard(m_pImpl->m_Mutex);
     if (IsCleaningUp())
         return false;
     m_pImpl->Register(thread, false);
@@ -116,7 +114,7 @@ bool CMNThreadManager::EnlistThread(CMNThread* thread)
 
 void CMNThreadManager::UnregisterThread(CMNThread* thread)
 {
-    CGuard guard(m_pImpl->m_Mutex);
+    CMNMutexGuard guard(m_pImpl->m_Mutex);
     auto& threads = m_pImpl->m_Threads;
     threads.erase(std::remove_if(threads.begin(), threads.end(),
                                  [thread](const CImpl::CEntry& entry) { return entry.m_pThread == thread; }),
@@ -136,7 +134,7 @@ void CMNThreadManager::CImpl::Register(CMNThread* thread, bool owned)
 
 void CMNThreadManager::SetJoinBound(const CMNTimeValue& bound)
 {
-    CGuard guard(m_pImpl->m_Mutex);
+    CMNMutexGuard guard(m_pImpl->m_Mutex);
     m_pImpl->m_tvJoinBound = bound;
 }
 
@@ -157,13 +155,13 @@ bool CMNThreadManager::HasDestroyedObjects() const noexcept
 
 void CMNThreadManager::AddCleanUp(CMNCleanUpBase* object)
 {
-    CGuard guard(m_pImpl->m_Mutex);
+    CMNMutexGuard guard(m_pImpl->m_Mutex);
     m_pImpl->m_Objects.push_back(object);
 }
 
 void CMNThreadManager::RemoveCleanUp(CMNCleanUpBase* object)
 {
-    CGuard guard(m_pImpl->m_Mutex);
+    CMNMutexGuard guard(m_pImpl->m_Mutex);
     auto& objects = m_pImpl->m_Objects;
     objects.erase(std::remove(objects.begin(), objects.end(), object), objects.end());
 }

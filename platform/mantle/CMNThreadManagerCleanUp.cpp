@@ -14,8 +14,6 @@ namespace
 
 constexpr std::size_t s_nTraceLine = 256;
 
-using CGuard = CMNMutexGuardT<CMNMutexThread>;
-
 void TraceLeft(CMNThread& thread)
 {
     char buffer[s_nTraceLine];
@@ -65,7 +63,7 @@ void CMNThreadManager::CleanUp()
 std::vector<CMNThread*> CMNThreadManager::CImpl::GetThreads()
 {
     std::vector<CMNThread*> threads;
-    CGuard guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     threads.reserve(m_Threads.size());
     for (const CEntry& entry : m_Threads)
         threads.push_back(entry.m_pThread);
@@ -74,7 +72,7 @@ std::vector<CMNThread*> CMNThreadManager::CImpl::GetThreads()
 
 CMNTimeValue CMNThreadManager::CImpl::GetJoinBound()
 {
-    CGuard guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     return m_tvJoinBound;
 }
 
@@ -123,7 +121,7 @@ void CMNThreadManager::CImpl::DestroyObjects(CMNThread* self)
     while (true) {
         CMNCleanUpBase* object = nullptr;
         {
-            CGuard guard(m_Mutex);
+            CMNMutexGuard guard(m_Mutex);
             if (m_Objects.empty())
                 return;
             object = m_Objects.back();
@@ -148,7 +146,7 @@ void CMNThreadManager::CImpl::DeleteOwnedThreads()
 {
     std::vector<CMNThread*> owned;
     {
-        CGuard guard(m_Mutex);
+        CMNMutexGuard guard(m_Mutex);
         for (const CEntry& entry : m_Threads) {
             if (entry.m_bOwned && !entry.m_pThread->IsRunning())
                 owned.push_back(entry.m_pThread);

@@ -16,7 +16,7 @@ CMNWaiter* CMNWaiterPool::Take()
 {
     CMNWaiter* waiter = nullptr;
     {
-        CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+        CMNMutexGuard guard(m_Mutex);
         if (!m_Free.empty()) {
             waiter = m_Free.back();
             m_Free.pop_back();
@@ -27,14 +27,14 @@ CMNWaiter* CMNWaiterPool::Take()
         return waiter;
     }
     waiter = new CMNWaiter;
-    CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     m_All.push_back(waiter);
     return waiter;
 }
 
 void CMNWaiterPool::Put(CMNWaiter* waiter)
 {
-    CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+    CMNMutexGuard guard(m_Mutex);
     m_Free.push_back(waiter);
 }
 

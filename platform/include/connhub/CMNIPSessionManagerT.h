@@ -30,7 +30,7 @@ public:
         if (!transport)
             return mantle::MN_ERROR_INVALID_ARG;
         CReference reference(transport);
-        mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         const bool added = m_Transports.try_emplace(CMNPairInetAddr{source, local}, std::move(reference)).second;
         return added ? mantle::MN_OK : mantle::MN_ERROR_FOUND;
     }
@@ -38,7 +38,7 @@ public:
     // Takes no reference. Returns: the transport; null when there is none.
     T* FindTransport(const mantle::CMNInetAddr& source, const mantle::CMNInetAddr& local)
     {
-        mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         const auto found = m_Transports.find(CMNPairInetAddr{source, local});
         return found == m_Transports.end() ? nullptr : found->second.Get();
     }
@@ -47,7 +47,7 @@ public:
     mantle::MNResult RemoveTransport(const mantle::CMNInetAddr& source, const mantle::CMNInetAddr& local)
     {
         CReference reference;
-        mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         const auto found = m_Transports.find(CMNPairInetAddr{source, local});
         if (found == m_Transports.end())
             return mantle::MN_ERROR_NOT_FOUND;
@@ -60,7 +60,7 @@ public:
     template <class Visit>
     void ForEach(Visit visit)
     {
-        mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         for (const auto& entry : m_Transports)
             visit(*entry.second);
     }
@@ -69,13 +69,13 @@ public:
     void Clear()
     {
         CMap transports;
-        mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         transports.swap(m_Transports);
     }
 
     std::size_t GetTransportsCount()
     {
-        mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(m_Mutex);
+        mantle::CMNMutexGuard guard(m_Mutex);
         return m_Transports.size();
     }
 

@@ -73,6 +73,8 @@ private:
     Lock& m_Lock;
 };
 
+using CMNMutexGuard = CMNMutexGuardT<CMNMutexThread>;
+
 }  // namespace mantle
 
 #endif

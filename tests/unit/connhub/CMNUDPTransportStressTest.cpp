@@ -67,7 +67,7 @@ TEST_F(UDPTransportTest, TrafficBothWays_ReleasedAndMadeAgain_NoLateCallbackAndN
         while (!stop.load()) {
             CMNInetAddr to;
             {
-                mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(mutex);
+                mantle::CMNMutexGuard guard(mutex);
                 to = target;
             }
             for (int burst = 0; burst < 20; ++burst)
@@ -85,7 +85,7 @@ TEST_F(UDPTransportTest, TrafficBothWays_ReleasedAndMadeAgain_NoLateCallbackAndN
         ASSERT_EQ(transport->Open(CMNInetAddr("127.0.0.1", 0)), mantle::MN_OK);
         ASSERT_EQ(transport->GetLocalAddress(address), mantle::MN_OK);
         {
-            mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(mutex);
+            mantle::CMNMutexGuard guard(mutex);
             target = address;
         }
         if (round % 4 != 0) {

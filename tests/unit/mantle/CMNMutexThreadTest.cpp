@@ -25,7 +25,7 @@ TEST(CMNMutexThreadTest, FourThreads_Count_NothingIsLost)
     for (int index = 0; index < 4; ++index) {
         threads.emplace_back([&] {
             for (int step = 0; step < 10000; ++step) {
-                CMNMutexGuardT<CMNMutexThread> guard(mutex);
+                CMNMutexGuard guard(mutex);
                 ++count;
             }
         });

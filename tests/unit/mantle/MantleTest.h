@@ -136,12 +136,12 @@ class CLog
 public:
     void Add(const std::string& line)
     {
-        CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+        CMNMutexGuard guard(m_Mutex);
         m_Lines.push_back(line);
     }
     std::vector<std::string> Get()
     {
-        CMNMutexGuardT<CMNMutexThread> guard(m_Mutex);
+        CMNMutexGuard guard(m_Mutex);
         return m_Lines;
     }
 

@@ -55,7 +55,7 @@ public:
         unsigned long left = 0;
         MNResult result = MN_OK;
         {
-            mantle::CMNMutexGuardT<mantle::CMNMutexThread> guard(m_MutexQueue);
+            mantle::CMNMutexGuard guard(m_MutexQueue);
             result = PopPendingEvents(events, 1000, &left);
         }
         ProcessEvents(events);
