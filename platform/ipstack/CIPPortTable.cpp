@@ -75,7 +75,7 @@ int CIPPortTable::Enter(CHold& hold, EProtocol protocol, const CIPAddress& addre
     CPort::iterator entry;
     try {
         std::unique_ptr<CPort> made(port ? nullptr : new CPort);
-        CPort& entries = port ? *port : *made;
+        CPort& entries = made ? *made : *port;
         entry = std::find_if(entries.begin(), entries.end(),
                              [&](const CEntry& e) { return ip_addr_cmp(&e.m_Ip, &address.m_Ip) != 0; });
         if (entry == entries.end()) {

@@ -69,7 +69,8 @@ CMNInetAddr::CMNInetAddr(const CMNInetAddr& other) noexcept : m_Record{}
     *this = other;
 }
 
-// The two bytes that others may be writing are not read.
+// The two bytes that others may be writing are not read. m_Rest has one value in all of them.
+// cppcheck-suppress operatorEqVarError
 CMNInetAddr& CMNInetAddr::operator=(const CMNInetAddr& other) noexcept
 {
     if (this == &other)
