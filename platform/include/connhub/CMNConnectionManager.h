@@ -37,7 +37,7 @@ public:
 private:
     friend class mantle::CMNSingletonT<CMNConnectionManager>;
     CMNConnectionManager();
-    ~CMNConnectionManager();
+    ~CMNConnectionManager() override;
 
     class CImpl;
     std::unique_ptr<CImpl> m_pImpl;
